@@ -1,0 +1,19 @@
+# SPDX-License-Identifier: MIT
+# Options of every target that we compile ourselves; packages found elsewhere are not touched.
+
+add_compile_options(
+  -Wall -Wextra -Wpedantic
+  "$<$<COMPILE_LANGUAGE:CXX>:-Wconversion;-Wshadow;-Wnon-virtual-dtor;-Woverloaded-virtual>")
+
+if(ORVIK_SANITIZERS)
+  add_compile_options(-fsanitize=${ORVIK_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ORVIK_SANITIZERS})
+endif()
+
+if(ORVIK_HARDENING)
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    add_compile_options(-fcf-protection)
+  endif()
+  add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
+endif()
