@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,7 +66,7 @@ class Process {
             pid_ = -1;
             return;
         }
-        pidfd_ = Descriptor{pidfd_open(pid_, 0)};
+        pidfd_ = Descriptor{static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0))};
         in_ = std::move(inWrite);
         out_ = std::move(outRead);
         err_ = std::move(errRead);
