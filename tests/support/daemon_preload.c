@@ -1,12 +1,16 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Preloaded into the daemon by tests: what it hands to the system log goes, one line per record,
- * to the file that SYSLOG_CAPTURE names: "identity <priority> text".
+ * Preloaded into the daemon by tests. What it hands to the system log goes, one line per record, to
+ * the file that SYSLOG_CAPTURE names: "identity <priority> text". The host name "never.test" is
+ * looked up for ever.
  */
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -15,7 +19,8 @@ static const char* identity = "";
 static void capture(int priority, const char* format, va_list arguments) {
     char* text = NULL;
     char* line = NULL;
-    const int file = open(getenv("SYSLOG_CAPTURE"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const int file =
+        open(getenv("SYSLOG_CAPTURE"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (vasprintf(&text, format, arguments) >= 0) {
         const int size = asprintf(&line, "%s <%d> %s\n", identity, priority, text);
         if (size < 0 || write(file, line, (size_t)size) != size) {
@@ -41,10 +46,22 @@ void syslog(int priority, const char* format, ...) {
 }
 
 /* What syslog becomes in a fortified build. */
+void __syslog_chk(int priority, int flag, const char* format, ...);
 void __syslog_chk(int priority, int flag, const char* format, ...) {
     va_list arguments;
     (void)flag;
     va_start(arguments, format);
     capture(priority, format, arguments);
     va_end(arguments);
+}
+
+int getaddrinfo(const char* host, const char* service, const struct addrinfo* hints,
+                struct addrinfo** result) {
+    typedef int (*Function)(const char*, const char*, const struct addrinfo*, struct addrinfo**);
+    while (host != NULL && strcmp(host, "never.test") == 0) {
+        pause();
+    }
+    Function next = NULL;
+    *(void**)&next = dlsym(RTLD_NEXT, "getaddrinfo");
+    return next(host, service, hints, result);
 }

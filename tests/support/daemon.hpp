@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "support/process.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/inotify.h>
+
+namespace TestSupport {
+
+/// The records that a daemon with our preloaded library hands to the system log.
+class CapturedLog {
+  public:
+    CapturedLog() {
+        std::string name = (std::filesystem::temp_directory_path() / "pullapp-log-XXXXXX").string();
+        file_ = Descriptor{::mkostemp(name.data(), O_CLOEXEC)};
+        path_ = name;
+        changes_ = Descriptor{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+        EXPECT_GE(inotify_add_watch(changes_.get(), path_.c_str(), IN_MODIFY), 0);
+    }
+    ~CapturedLog() { std::filesystem::remove(path_); }
+    CapturedLog(const CapturedLog&) = delete;
+    CapturedLog& operator=(const CapturedLog&) = delete;
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+    /// Records so far as "<priority> message", without identity and thread.
+    [[nodiscard]] std::vector<std::string> records() const {
+        std::vector<std::string> result;
+        std::ifstream stream{path_};
+        for (std::string line; std::getline(stream, line);) {
+            const auto priority = line.find(" <") + 1;
+            const auto thread = line.find(' ', priority);
+            const auto message = line.find(' ', thread + 1);
+            result.push_back(line.substr(priority, thread - priority) + line.substr(message));
+        }
+        return result;
+    }
+
+    [[nodiscard]] std::string firstLine() const {
+        std::ifstream stream{path_};
+        std::string line;
+        std::getline(stream, line);
+        return line;
+    }
+
+    /// Waits until the same record was logged so many times. @return false at the limit
+    [[nodiscard]] bool await(std::string_view record, std::ptrdiff_t times = 1,
+                             std::chrono::milliseconds limit = 30s) const {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        for (;;) {
+            const auto all = records();
+            if (std::count(all.begin(), all.end(), record) >= times) {
+                return true;
+            }
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            pollfd changed{.fd = changes_.get(), .events = POLLIN, .revents = 0};
+            if (left <= 0ms || ::poll(&changed, 1, static_cast<int>(left.count())) != 1) {
+                ADD_FAILURE() << "not logged: " << record << "\n" << testing::PrintToString(all);
+                return false;
+            }
+            char events[4096];
+            [[maybe_unused]] const auto size = ::read(changes_.get(), events, sizeof events);
+        }
+    }
+
+  private:
+    std::string path_;
+    Descriptor file_;
+    Descriptor changes_;
+};
+
+/// The daemon as built, with its system log captured.
+class Daemon {
+  public:
+    explicit Daemon(std::uint16_t stewardPort, std::vector<std::string> more = {})
+        : process_{arguments(stewardPort, std::move(more)),
+                   {"SYSLOG_CAPTURE=" + log_.path(), "LD_PRELOAD=" DAEMON_PRELOAD_PATH}} {}
+
+    [[nodiscard]] const CapturedLog& log() const { return log_; }
+    [[nodiscard]] Process& process() { return process_; }
+
+    /// Sends a signal. @return the exit status
+    [[nodiscard]] int endBy(int signal, std::chrono::milliseconds limit = 20s) {
+        process_.signal(signal);
+        return process_.wait(limit);
+    }
+
+  private:
+    static std::vector<std::string> arguments(std::uint16_t port, std::vector<std::string> more) {
+        std::vector<std::string> result{DAEMON_PATH, "--device-id=dev", "--device-key=key",
+                                        "--steward-port=" + std::to_string(port)};
+        result.insert(result.end(), more.begin(), more.end());
+        return result;
+    }
+
+    CapturedLog log_;
+    Process process_;
+};
+
+}  // namespace TestSupport
