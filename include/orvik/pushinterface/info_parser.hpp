@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "orvik/pushinterface/device.hpp"
+#include "orvik/pushinterface/tag.hpp"
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+
+namespace Orvik::PushInterface {
+
+/// A protocol's tag: default-made, then filled field by field.
+template <typename T>
+concept DescribedTag = std::derived_from<T, Tag> && std::default_initializable<T>;
+
+/// A protocol's device. Each operation returns the empty text when it accepts.
+template <typename T, typename TagOfDevice>
+concept DescribedDevice = std::derived_from<T, Device> &&
+    requires(T device, TagOfDevice& tag, std::shared_ptr<TagOfDevice> sharedTag) {
+    { device.parseTag(tag) } -> std::same_as<std::string>;      // understands tag.address
+    { device.addTag(sharedTag) } -> std::same_as<std::string>;  // keeps it, in this order
+    { device.parseDevice() } -> std::same_as<std::string>;      // prepares the whole device
+};
+
+namespace Detail {
+
+/// Deepest nesting of a description. The JSON reader calls itself for each level, so that a deeper
+/// text could exhaust the stack; a description needs three.
+inline constexpr std::size_t maxJsonDepth = 100;
+
+[[nodiscard]] constexpr bool isNestedTooDeep(std::string_view json) noexcept {
+    std::size_t depth = 0;
+    bool inString = false;
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        const char c = json[i];
+        if (inString && c == '\\') {
+            ++i;
+        } else if (c == '"') {
+            inString = !inString;
+        } else if (!inString && (c == '{' || c == '[') && ++depth > maxJsonDepth) {
+            return true;
+        } else if (!inString && (c == '}' || c == ']') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
+}  // namespace Detail
+
+/**
+ * Reads the JSON description of a device. Keys that it does not know are ignored; of a key that
+ * stands twice, the first counts; numbers may be given as texts.
+ */
+template <typename DeviceOfProtocol, typename TagOfDevice>
+requires DescribedTag<TagOfDevice> && DescribedDevice<DeviceOfProtocol, TagOfDevice>
+class InfoParser {
+  public:
+    /**
+     * Fills a device and its tags.
+     *
+     * @param device empty; partly filled and of no use after a failure
+     * @return the first problem as one line, empty if there is none
+     * @throws std::domain_error if the device is null
+     */
+    [[nodiscard]] static std::string parse(const std::string& info,
+                                           const std::shared_ptr<DeviceOfProtocol>& device) {
+        if (!device) {
+            throw std::domain_error{
+                "Orvik::PushInterface::InfoParser::parse: device must be a valid pointer"};
+        }
+        Tree tree;
+        if (auto error = readJson(info, tree); !error.empty()) {
+            return error;
+        }
+        if (auto error = readDevice(tree, *device); !error.empty()) {
+            return error;
+        }
+        if (auto error = readProtocolOptions(tree, *device); !error.empty()) {
+            return error;
+        }
+        if (auto error = readTags(tree, *device); !error.empty()) {
+            return error;
+        }
+        return prefixed("Could not parse device: ", device->parseDevice());
+    }
+
+  private:
+    using Tree = boost::property_tree::ptree;
+
+    static std::string readJson(const std::string& info, Tree& tree) {
+        if (Detail::isNestedTooDeep(info)) {
+            return "JSON parser error: nested too deep";
+        }
+        try {
+            std::istringstream stream{info};
+            boost::property_tree::read_json(stream, tree);
+        } catch (const boost::property_tree::json_parser_error& error) {
+            return std::string{"JSON parser error: "} + error.what();
+        }
+        return {};
+    }
+
+    static std::string readDevice(const Tree& tree, DeviceOfProtocol& device) {
+        if (!read(tree, "id", device.id)) {
+            return "Could not read id";
+        }
+        if (!read(tree, "ipAddress", device.ipAddress)) {
+            return "Could not read ipAddress";
+        }
+        if (!read(tree, "port", device.port)) {
+            return "Could not read port";
+        }
+        readIfPossible(tree, "pullDelay", device.pullDelay);
+        return {};
+    }
+
+    static std::string readProtocolOptions(const Tree& tree, DeviceOfProtocol& device) {
+        if (const auto options = tree.get_child_optional("protocolOptions")) {
+            for (const auto& [name, value] : *options) {
+                auto error = prefixed("Could not read protocolOptions[" + name + "]: ",
+                                      device.setProtocolOption(name, value.data()));
+                if (!error.empty()) {
+                    return error;
+                }
+            }
+        }
+        return {};
+    }
+
+    static std::string readTags(const Tree& tree, DeviceOfProtocol& device) {
+        if (const auto tags = tree.get_child_optional("tags")) {
+            for (const auto& [name, description] : *tags) {
+                if (auto error = readTag(description, device); !error.empty()) {
+                    return error;
+                }
+            }
+        }
+        return {};
+    }
+
+    static std::string readTag(const Tree& tree, DeviceOfProtocol& device) {
+        const auto tag = std::make_shared<TagOfDevice>();
+        if (!read(tree, "address", tag->address)) {
+            return "Could not read address for tag";
+        }
+        const auto name = "tag[address=" + tag->address + "]";
+        if (const auto unreadable = readTagFields(tree, *tag); !unreadable.empty()) {
+            return "Could not read " + name + " " + unreadable;
+        }
+        auto error = prefixed("Could not parse " + name + ": ", device.parseTag(*tag));
+        if (error.empty()) {
+            error = prefixed("Could not add " + name + " to device: ", device.addTag(tag));
+        }
+        return error;
+    }
+
+    /// @return what cannot be read
+    static std::string readTagFields(const Tree& tree, TagOfDevice& tag) {
+        if (!read(tree, "id", tag.id)) {
+            return "id";
+        }
+        if (!read(tree, "type", tag.type)) {
+            return "type";
+        }
+        const bool isInteger = tag.type == "int";
+        if (isInteger && !read(tree, "signed", tag.isSigned)) {
+            return "signed";
+        }
+        if ((isInteger || tag.type == "float") && !read(tree, "width", tag.width)) {
+            return "width";
+        }
+        if (tag.type == "string" || tag.type == "str") {
+            readIfPossible(tree, "maxStringLength", tag.maxStringLength);
+        }
+        tag.tagType = resolveTagType(tag.type, tag.isSigned, tag.width);
+        return tag.tagType == TagType::Unknown ? "type info" : "";
+    }
+
+    /// @return false if the key is missing or its value does not convert
+    template <typename Value>
+    [[nodiscard]] static bool read(const Tree& tree, const char* key, Value& target) {
+        auto value = tree.get_optional<Value>(key);
+        if (value) {
+            target = std::move(*value);
+        }
+        return value.has_value();
+    }
+
+    /// Numbers are read wider than they are kept: the reader takes 8 bits for a character, and
+    /// wraps negative numbers.
+    template <std::unsigned_integral Number>
+    requires(!std::same_as<Number, bool>)
+        [[nodiscard]] static bool read(const Tree& tree, const char* key, Number& target) {
+        const auto value = tree.get_optional<std::int64_t>(key);
+        if (!value || !std::in_range<Number>(*value)) {
+            return false;
+        }
+        target = static_cast<Number>(*value);
+        return true;
+    }
+
+    template <typename Value>
+    static void readIfPossible(const Tree& tree, const char* key, Value& target) {
+        static_cast<void>(read(tree, key, target));
+    }
+
+    static std::string prefixed(const std::string& prefix, const std::string& error) {
+        return error.empty() ? error : prefix + error;
+    }
+};
+
+}  // namespace Orvik::PushInterface
