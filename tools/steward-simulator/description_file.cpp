@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include "description_file.hpp"
+
+#include "description.hpp"
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+namespace StewardSimulator {
+namespace {
+
+constexpr std::chrono::milliseconds lookInterval{200};
+
+}  // namespace
+
+DescriptionFile::DescriptionFile(boost::asio::io_context& context, std::string path,
+                                 std::function<void(const std::string& error)> onChange)
+    : timer_{context}, path_{std::move(path)}, onChange_{std::move(onChange)} {}
+
+std::string DescriptionFile::load() {
+    loaded_ = stamp();
+    std::ifstream file{path_, std::ios::binary};
+    if (!loaded_ || !file) {
+        return "cannot read " + path_;
+    }
+    text_ = joinLines(std::string{std::istreambuf_iterator<char>{file}, {}});
+    return {};
+}
+
+void DescriptionFile::watch() {
+    timer_.expires_after(lookInterval);
+    timer_.async_wait([this](const boost::system::error_code& error) {
+        if (!error) {
+            look();
+            watch();
+        }
+    });
+}
+
+void DescriptionFile::look() {
+    const auto now = stamp();
+    // One that has just changed may still be being written.
+    if (now != loaded_ && now == std::exchange(seen_, now)) {
+        const auto before = text_;
+        const auto error = load();
+        if (!error.empty() || text_ != before) {
+            onChange_(error);
+        }
+    }
+}
+
+DescriptionFile::Stamp DescriptionFile::stamp() const {
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) != 0 || S_ISDIR(status.st_mode)) {
+        return std::nullopt;
+    }
+    return Stamp::value_type{
+        static_cast<long long>(status.st_dev), static_cast<long long>(status.st_ino),
+        static_cast<long long>(status.st_size), status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+}  // namespace StewardSimulator

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "output.hpp"
+#include "view.hpp"
+
+namespace StewardSimulator {
+
+/// One line per batch and per event, with the time of day in front: for pipes and logs.
+class LinesView final : public View {
+  public:
+    explicit LinesView(Output& output) : output_{output} {}
+
+    void onEvent(std::string_view text) override;
+    void onBatch(const Batch& batch, const Statistics& statistics) override;
+    void onError(std::string_view text) override;
+
+  private:
+    Output& output_;
+};
+
+}  // namespace StewardSimulator

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "statistics.hpp"
+
+#include "text.hpp"
+
+#include <algorithm>
+#include <sstream>
+
+namespace StewardSimulator {
+namespace {
+
+constexpr std::size_t keptErrorTexts = 100;
+constexpr std::size_t keptFaults = 10;
+constexpr std::size_t shownBytes = 200;
+
+}  // namespace
+
+void Statistics::countLogOn(Clock::time_point now) {
+    ++logOns_;
+    lastLogOn_ = now;
+}
+
+void Statistics::countBatch(const Batch& batch, Clock::time_point now) {
+    ++batches_;
+    values_ += batch.valueCount;
+    if (batches_ == 1 && lastLogOn_) {
+        firstBatchDelay_ = now - *lastLogOn_;
+    }
+    if (lastBatch_) {
+        gap_ = now - *lastBatch_;
+        worstGap_ = std::max(worstGap_, gap_);
+    }
+    lastBatch_ = now;
+}
+
+void Statistics::countError(std::string_view text) {
+    if (text.empty()) {
+        return;
+    }
+    ++errors_;
+    if (const auto known = errorTexts_.find(text); known != errorTexts_.end()) {
+        ++known->second;
+    } else if (errorTexts_.size() < keptErrorTexts) {
+        errorTexts_.emplace(text, 1);
+    }
+}
+
+void Statistics::countFault(const Fault& fault) {
+    ++malformed_;
+    if (firstFaults_.size() < keptFaults) {
+        firstFaults_.push_back(describeFault(fault));
+    }
+}
+
+std::string Statistics::summary() const {
+    std::ostringstream text;
+    text << "batches " << batches_ << ", values " << values_ << ", errors " << errors_
+         << ", malformed " << malformed_ << ", log-ons " << logOns_ << ", bytes " << bytes_ << '\n';
+    for (const auto& [error, count] : errorTexts_) {
+        text << "error, " << count << " times: " << escaped(error, shownBytes) << '\n';
+    }
+    for (const auto& fault : firstFaults_) {
+        text << fault << '\n';
+    }
+    if (malformed_ > firstFaults_.size()) {
+        text << "malformed: " << malformed_ - firstFaults_.size() << " more\n";
+    }
+    return std::move(text).str();
+}
+
+std::string Statistics::report(Clock::time_point now) const {
+    const auto age = lastBatch_ ? Milliseconds{now - *lastBatch_} : Milliseconds{-1};
+    std::ostringstream json;
+    json.precision(12);
+    json << "{\"batches\": " << batches_ << ", \"values\": " << values_ << ", \"bytes\": " << bytes_
+         << ", \"errors\": " << errors_ << ", \"malformed\": " << malformed_
+         << ", \"logOns\": " << logOns_
+         << ", \"firstBatchAfterLogOnMs\": " << firstBatchDelay_.count()
+         << ", \"worstGapMs\": " << worstGap_.count() << ", \"lastBatchAgeMs\": " << age.count()
+         << "}\n";
+    return std::move(json).str();
+}
+
+std::string describeFault(const Fault& fault) {
+    if (fault.line.empty()) {
+        return "malformed: " + fault.reason;
+    }
+    return "malformed: " + fault.reason + ": " + escaped(fault.line, shownBytes);
+}
+
+}  // namespace StewardSimulator

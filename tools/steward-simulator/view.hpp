@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "batch_decoder.hpp"
+#include "statistics.hpp"
+
+#include <string>
+#include <string_view>
+
+namespace StewardSimulator {
+
+/// Shows what happens. The base shows nothing.
+class View {
+  public:
+    View() = default;
+    virtual ~View() = default;
+    View(const View&) = delete;
+    View& operator=(const View&) = delete;
+
+    virtual void start() {}
+    virtual void onEvent(std::string_view /*text*/) {}  ///< log-on, malformed line, command, ...
+    virtual void onDescription(const DescriptionPtr& /*description*/) {}
+    virtual void onBatch(const Batch& /*batch*/, const Statistics& /*statistics*/) {}
+    virtual void onError(std::string_view /*text*/) {}  ///< of the device; empty when it is cleared
+    virtual void turnPage() {}
+    /// Ends the view. @return what takes the terminal back to where it was
+    [[nodiscard]] virtual std::string finish() { return {}; }
+};
+
+}  // namespace StewardSimulator
