@@ -74,7 +74,7 @@ TEST(BatchDecoderTest, HearsTheSameInOnePieceAndByteByByte) {
         {"1=t\nEXIT\n20=0,\n\n", {"message within a batch [EXIT]", "EXIT", "batch 2"}},
         {"1=t\n20=6,abcdef\n\n", {"longer than 5 bytes [20=6,abcdef]", "batch 1"}},
         {"1=t\n20=2,\r \n\n", {"carriage return in a string [20=2,\r ]", "batch 1"}},
-        {"EXIT\r\nexit\n", {"unknown message [EXIT\r]", "unknown message [exit]"}},
+        {"EXIT\r\nDEVC a\n", {"unknown message [EXIT\r]", "unknown message [DEVC a]"}},
         {"@n=3,ab\n", {"not a named value with its byte count [@n=3,ab]"}},
     };
     for (const auto& [bytes, events] : cases) {

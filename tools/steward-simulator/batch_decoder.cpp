@@ -17,9 +17,16 @@ constexpr std::size_t longestErrorText = 255;
 
 constexpr std::string_view devcPrefix = "DEVC ";
 
+/// An identity is an id, a blank and a key; either may hold further blanks.
+bool isLogOn(std::string_view line) {
+    return line.starts_with(devcPrefix) &&
+           line.substr(0, line.size() - 1).find(' ', devcPrefix.size() + 1) !=
+               std::string_view::npos;
+}
+
 bool isMessage(std::string_view line) {
     return line.front() == '@' || line == MessageType::info || line == MessageType::exit ||
-           line.starts_with(devcPrefix);
+           isLogOn(line);
 }
 
 bool beginsWithDigit(std::string_view line) {

@@ -134,16 +134,17 @@ ViewKind suitableView() {
 
 ViewKind viewOf(const po::variables_map& values) {
     const auto text = textOf(values, "view");
-    if (text == "none" || values.count("quiet") != 0) {
-        return ViewKind::None;
-    }
+    auto view = ViewKind::None;
     if (text == "auto") {
-        return suitableView();
-    }
-    if (text != "table" && text != "lines") {
+        view = suitableView();
+    } else if (text == "table") {
+        view = ViewKind::Table;
+    } else if (text == "lines") {
+        view = ViewKind::Lines;
+    } else if (text != "none") {
         refuse("view", text);
     }
-    return text == "table" ? ViewKind::Table : ViewKind::Lines;
+    return values.count("quiet") != 0 ? ViewKind::None : view;
 }
 
 }  // namespace
