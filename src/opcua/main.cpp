@@ -1,17 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include "orvik/pullapplication/command_line.hpp"
+#include "orvik/pullapplication/main.hpp"
 
-#include <iostream>
+#include "opcua/device.hpp"
+#include "opcua/protocol_handler.hpp"
+#include "opcua/tag.hpp"
+#include "orvik/pushinterface/client.hpp"
+#include "orvik/pushinterface/info_parser.hpp"
+
 #include <string>
 
 int main(int argc, char** argv) {
+    Orvik::PullApplication::Main<
+        PullappOpcUa::ProtocolHandler,
+        Orvik::PushInterface::InfoParser<PullappOpcUa::Device, PullappOpcUa::Tag>,
+        Orvik::PushInterface::Client>
+        application;
     const std::string notice = "Copyright (c) 2026 The Orvik contributors. MIT License.";
     const std::string version = "0.2.0";
     const std::string protocolName = "opc-ua";
-    namespace App = Orvik::PullApplication;
-    const auto settings = App::parseCommandLine(argc, argv, std::cerr);
-    return App::acceptSettings(settings, argv[0], {protocolName, version, notice}, std::cout,
-                               std::cerr)
-               ? 0
-               : 1;
+    return application.run(argc, argv, protocolName, version, notice);
 }

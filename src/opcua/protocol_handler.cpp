@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "opcua/protocol_handler.hpp"
+
+#include "opcua/session.hpp"
+#include "opcua/status_code_name.hpp"
+#include "opcua/value.hpp"
+#include "orvik/pushinterface/protocol.hpp"
+
+#include <utility>
+
+#include <boost/asio/ip/address.hpp>
+#include <boost/system/error_code.hpp>
+
+namespace PullappOpcUa {
+namespace {
+
+/// Of the whole Read; the other results are looked at tag by tag.
+UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
+    if (response->responseHeader.serviceResult != UA_STATUSCODE_GOOD) {
+        return response->responseHeader.serviceResult;
+    }
+    if (response->resultsSize != tagCount) {
+        return UA_STATUSCODE_BADUNEXPECTEDERROR;
+    }
+    return tagCount != 0 && response->results[0].hasStatus ? response->results[0].status
+                                                           : UA_STATUSCODE_GOOD;
+}
+
+/// @return empty if the result holds a single value
+std::string checkScalar(const Tag& tag, const UA_DataValue& result) {
+    if (!result.hasValue) {
+        const bool isBad = result.hasStatus && result.status != UA_STATUSCODE_GOOD;
+        return std::string{
+            statusCodeName(isBad ? result.status : UA_STATUSCODE_BADUNEXPECTEDERROR)};
+    }
+    if (!UA_Variant_isScalar(&result.value)) {
+        return "UAvariant type not supported for tag: " + tag.address;
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string ProtocolHandler::connect(Device& device) {
+    boost::system::error_code error;
+    boost::asio::ip::make_address(device.ipAddress, error);
+    if (error) {
+        return "Connection error: invalid ip address";
+    }
+    const auto url = "opc.tcp://" + device.ipAddress + ":" + std::to_string(device.port);
+    LogIn logIn;
+    if (device.authenticationType == AuthenticationType::Username) {
+        logIn = {.username = device.username.c_str(), .password = device.password.c_str()};
+    }
+    const auto status = openSession(url, logIn, client_);
+    if (status != UA_STATUSCODE_GOOD) {
+        return "Error: " + std::string{statusCodeName(status)};
+    }
+    return {};
+}
+
+void ProtocolHandler::disconnect(Device& /*device*/) {
+    client_.reset();
+}
+
+std::string ProtocolHandler::readAll(const Device& device, ReadResponse& response) {
+    if (!client_ || !isSessionOpen(*client_)) {
+        return std::string{statusCodeName(UA_STATUSCODE_BADNOTCONNECTED)};
+    }
+    const auto request = device.readRequest;  // shares the device's read entries
+    __UA_Client_Service(client_.get(), &request, &UA_TYPES[UA_TYPES_READREQUEST], &*response,
+                        ReadResponse::type());
+    const auto status = statusOf(response, device.tags.size());
+    return status == UA_STATUSCODE_GOOD ? std::string{} : std::string{statusCodeName(status)};
+}
+
+std::string ProtocolHandler::verifyTags(Device& device) {
+    ReadResponse response;
+    if (auto error = readAll(device, response); !error.empty()) {
+        return error;
+    }
+    for (std::size_t i = 0; i < device.tags.size(); ++i) {
+        const auto& tag = *device.tags[i];
+        const auto& result = response->results[i];
+        if (auto error = checkScalar(tag, result); !error.empty()) {
+            return error;
+        }
+        if (auto error = checkTagType(tag, result.value); !error.empty()) {
+            return error;
+        }
+    }
+    return {};
+}
+
+std::string ProtocolHandler::pullData(Device& device, Orvik::PushInterface::Client& client) {
+    ReadResponse response;
+    if (auto error = readAll(device, response); !error.empty()) {
+        return error;
+    }
+    std::string batch;
+    batch.reserve(batchSize_ + batchSize_ / 8);
+    if (auto error = appendBatch(batch, device, response); !error.empty()) {
+        return error;
+    }
+    batchSize_ = batch.size();
+    client.write(std::move(batch));
+    return {};
+}
+
+std::string ProtocolHandler::appendBatch(std::string& batch, const Device& device,
+                                         const ReadResponse& response) {
+    for (std::size_t i = 0; i < device.tags.size(); ++i) {
+        const auto& tag = *device.tags[i];
+        const auto& result = response->results[i];
+        if (auto error = checkScalar(tag, result); !error.empty()) {
+            return error;
+        }
+        Orvik::PushInterface::appendTagId(batch, tag.id);
+        if (!appendValue(batch, tag, result.value)) {
+            return wrongType(tag, result.value);
+        }
+        batch += '\n';
+    }
+    return {};
+}
+
+}  // namespace PullappOpcUa

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include "opcua/session.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <open62541/plugin/eventloop.h>
+#include <open62541/plugin/log_stdout.h>
+
+namespace PullappOpcUa {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// A session that is not used for so long may be dropped by the server: it outlives the longest
+/// pause between two pulls, and one that a cut cable left behind does not block the server for
+/// long.
+constexpr std::chrono::minutes sessionTimeout{2};
+
+/// Longest wait for a server to confirm the end of a session.
+constexpr milliseconds closeTimeout{1000};
+
+/// Discovery closes the connection and opens it anew up to twice; a peer that closes by itself
+/// must not keep the stack connecting in a loop.
+constexpr int maxConnectionsPerAttempt = 4;
+
+struct State {
+    UA_SecureChannelState channel = UA_SECURECHANNELSTATE_CLOSED;
+    UA_SessionState session = UA_SESSIONSTATE_CLOSED;
+    UA_StatusCode status = UA_STATUSCODE_GOOD;
+};
+
+State stateOf(UA_Client& client) noexcept {
+    State state;
+    UA_Client_getState(&client, &state.channel, &state.session, &state.status);
+    return state;
+}
+
+/// Runs the stack's event loop until something holds or the time is over.
+template <typename Predicate>
+void iterateUntil(UA_Client& client, milliseconds limit, Predicate predicate) {
+    const auto deadline = Clock::now() + limit;
+    while (!predicate()) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0 ||
+            UA_Client_run_iterate(&client, static_cast<UA_UInt32>(left.count())) !=
+                UA_STATUSCODE_GOOD) {
+            return;
+        }
+    }
+}
+
+// Connecting
+
+/// Counts the connections of one attempt.
+void onState(UA_Client* client, UA_SecureChannelState channel, UA_SessionState /*session*/,
+             UA_StatusCode /*status*/) {
+    auto* config = UA_Client_getConfig(client);
+    auto* connections = static_cast<int*>(config->clientContext);
+    if (connections != nullptr && channel == UA_SECURECHANNELSTATE_CONNECTING) {
+        config->noReconnect = ++*connections >= maxConnectionsPerAttempt;
+    }
+}
+
+using SendWithConnection = decltype(UA_ConnectionManager::sendWithConnection);
+
+std::atomic<SendWithConnection> originalSend = nullptr;
+
+/// The stack waits without limit for a server to take what it sends. With this option the system
+/// gives up the connection instead.
+UA_StatusCode sendWithLimit(UA_ConnectionManager* manager, uintptr_t connection,
+                            const UA_KeyValueMap* parameters, UA_ByteString* buffer) {
+    const unsigned int limit = requestTimeout.count();
+    ::setsockopt(static_cast<int>(connection), IPPROTO_TCP, TCP_USER_TIMEOUT, &limit, sizeof limit);
+    return originalSend.load()(manager, connection, parameters, buffer);
+}
+
+void limitSending(const UA_EventLoop& loop) {
+    const UA_String tcp = UA_STRING_STATIC("tcp");
+    for (auto* source = loop.eventSources; source != nullptr; source = source->next) {
+        if (source->eventSourceType != UA_EVENTSOURCETYPE_CONNECTIONMANAGER) {
+            continue;
+        }
+        auto* manager = reinterpret_cast<UA_ConnectionManager*>(source);
+        if (UA_String_equal(&manager->protocol, &tcp)) {
+            originalSend = manager->sendWithConnection;
+            manager->sendWithConnection = sendWithLimit;
+        }
+    }
+}
+
+UA_StatusCode configure(UA_ClientConfig& config, const LogIn& logIn) {
+    if (const auto status = UA_ClientConfig_setDefault(&config); status != UA_STATUSCODE_GOOD) {
+        return status;
+    }
+    config.timeout = requestTimeout.count();
+    config.secureChannelLifeTime = 600000;
+    config.requestedSessionTimeout = static_cast<UA_UInt32>(milliseconds{sessionTimeout}.count());
+    config.localConnectionConfig.protocolVersion = 0;
+    config.localConnectionConfig.sendBufferSize = 65535;
+    config.localConnectionConfig.recvBufferSize = 65535;
+    config.localConnectionConfig.localMaxMessageSize = 0;   // no limit
+    config.localConnectionConfig.remoteMaxMessageSize = 0;  // no limit
+    config.localConnectionConfig.localMaxChunkCount = 0;    // no limit
+    config.localConnectionConfig.remoteMaxChunkCount = 0;   // no limit
+    config.customDataTypes = nullptr;
+    config.outStandingPublishRequests = 10;
+    config.connectivityCheckInterval = 0;
+    config.noNewSession = true;
+    config.stateCallback = onState;
+    limitSending(*config.eventLoop);
+    if (logIn.username == nullptr) {
+        return UA_STATUSCODE_GOOD;
+    }
+    return UA_ClientConfig_setAuthenticationUsername(&config, logIn.username, logIn.password);
+}
+
+/// Not the stack's own synchronous connect: that one never returns when the peer sends a message
+/// of a wrong type and leaves the connection open, since it waits for a close that nobody began.
+UA_StatusCode connect(UA_Client& client, const std::string& endpointUrl) {
+    int connections = 0;
+    auto* config = UA_Client_getConfig(&client);
+    config->clientContext = &connections;
+    UA_Client_connectAsync(&client, endpointUrl.c_str());
+    State state;
+    iterateUntil(client, requestTimeout, [&] {
+        state = stateOf(client);
+        return state.status != UA_STATUSCODE_GOOD || state.session == UA_SESSIONSTATE_ACTIVATED;
+    });
+    state = stateOf(client);
+    config->clientContext = nullptr;
+    config->noReconnect = true;  // from here on a lost connection is a failed pull
+    if (state.status != UA_STATUSCODE_GOOD) {
+        return state.status;
+    }
+    return state.session == UA_SESSIONSTATE_ACTIVATED ? UA_STATUSCODE_GOOD
+                                                      : UA_STATUSCODE_BADTIMEOUT;
+}
+
+// Closing
+
+void closeSession(UA_Client& client) {
+    UA_Client_disconnectAsync(&client);
+    iterateUntil(client, closeTimeout, [&] {
+        const auto channel = stateOf(client).channel;
+        return channel == UA_SECURECHANNELSTATE_CLOSED;
+    });
+}
+
+/// Closes every socket. Without this the stack's own delete would wait for ever for a channel that
+/// it marked as closing and never closed.
+void stopEventLoop(UA_EventLoop& loop) {
+    if (loop.state == UA_EVENTLOOPSTATE_STARTED) {
+        loop.stop(&loop);
+    }
+    while (loop.state == UA_EVENTLOOPSTATE_STOPPING) {
+        loop.run(&loop, 0);
+    }
+}
+
+}  // namespace
+
+void ClientDeleter::operator()(UA_Client* client) const noexcept {
+    auto* config = UA_Client_getConfig(client);
+    config->noReconnect = true;
+    if (config->eventLoop != nullptr) {
+        if (stateOf(*client).session >= UA_SESSIONSTATE_CREATED) {
+            closeSession(*client);
+        }
+        stopEventLoop(*config->eventLoop);
+    }
+    UA_Client_delete(client);
+}
+
+UA_StatusCode openSession(const std::string& endpointUrl, const LogIn& logIn, ClientPtr& client) {
+    client.reset();
+    ClientPtr opened{UA_Client_new()};
+    if (!opened) {
+        return UA_STATUSCODE_BADOUTOFMEMORY;
+    }
+    auto status = configure(*UA_Client_getConfig(opened.get()), logIn);
+    if (status == UA_STATUSCODE_GOOD) {
+        status = connect(*opened, endpointUrl);
+    }
+    if (status == UA_STATUSCODE_GOOD) {
+        client = std::move(opened);
+    }
+    return status;
+}
+
+bool isSessionOpen(UA_Client& client) noexcept {
+    const auto state = stateOf(client);
+    return state.session == UA_SESSIONSTATE_ACTIVATED &&
+           state.channel == UA_SECURECHANNELSTATE_OPEN;
+}
+
+}  // namespace PullappOpcUa

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
+#include <open62541/client.h>
+#include <open62541/client_config_default.h>
+#include <open62541/types.h>
+#include <open62541/types_generated_handling.h>
+
+/// Owners for the handles of the OPC UA stack; nothing else releases what the stack allocates.
+namespace PullappOpcUa {
+
+/// Ends the session, if one is open, and deletes the client, in bounded time whatever the server
+/// does or does not answer.
+struct ClientDeleter {
+    void operator()(UA_Client* client) const noexcept;
+};
+
+using ClientPtr = std::unique_ptr<UA_Client, ClientDeleter>;
+
+/// A value of the stack's own type that lives in our frame; its members are released with it.
+template <typename T, std::size_t typeIndex>
+class Owned {
+  public:
+    Owned() noexcept { UA_init(&value_, type()); }
+    Owned(Owned&& other) noexcept : value_{other.value_} { UA_init(&other.value_, type()); }
+    Owned& operator=(Owned&&) = delete;
+    ~Owned() { UA_clear(&value_, type()); }
+
+    [[nodiscard]] static const UA_DataType* type() noexcept { return &UA_TYPES[typeIndex]; }
+
+    T& operator*() noexcept { return value_; }
+    T* operator->() noexcept { return &value_; }
+    const T* operator->() const noexcept { return &value_; }
+
+  private:
+    T value_;
+};
+
+using ReadResponse = Owned<UA_ReadResponse, UA_TYPES_READRESPONSE>;
+
+/// The bytes of a string of the stack, which need not end in a zero byte.
+[[nodiscard]] inline std::string_view bytesOf(const UA_String& text) noexcept {
+    return {reinterpret_cast<const char*>(text.data), text.length};
+}
+
+}  // namespace PullappOpcUa

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "orvik/pushinterface/tag.hpp"
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace PullappOpcUa {
+
+enum class IdentifierType : std::int32_t { Numeric = 0, String = 1, Guid = 2 };
+
+struct Guid {
+    std::uint32_t data1 = 0;
+    std::uint16_t data2 = 0;
+    std::uint16_t data3 = 0;
+    std::array<std::uint8_t, 8> data4{};
+};
+
+/// A variable of an OPC UA server; the identifier's type tells which of the identifiers counts.
+class Tag : public Orvik::PushInterface::Tag {
+  public:
+    /**
+     * Reads the address into the fields below: two parts separated by ";" in any order, "ns=" with
+     * the namespace index, and "i=" with a number, "s=" with a text, or "g=" with a GUID.
+     *
+     * @return empty if the address is usable, else what is wrong with it
+     */
+    [[nodiscard]] std::string parseAddress();
+
+    IdentifierType identifierType = IdentifierType::Numeric;
+    std::uint32_t namespaceIndex = 0;  ///< only the low 16 bits reach the server
+    std::uint32_t numericIdentifier = 0;
+    std::string stringIdentifier;
+    Guid guidIdentifier;
+
+  private:
+    [[nodiscard]] std::string parseIdentifier(const std::string& part);
+};
+
+}  // namespace PullappOpcUa

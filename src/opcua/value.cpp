@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+#include "opcua/value.hpp"
+
+#include "orvik/pushinterface/protocol.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <concepts>
+#include <cstddef>
+#include <iterator>
+
+namespace PullappOpcUa {
+namespace {
+
+using Orvik::PushInterface::TagType;
+
+struct TypeRow {
+    TagType tagType;
+    std::size_t variantType;  // index into the stack's type descriptions
+    std::string_view description;
+};
+
+constexpr std::array<TypeRow, 12> typeRows{{
+    {TagType::Bool, UA_TYPES_BOOLEAN, " type should be boolean"},
+    {TagType::Int8, UA_TYPES_SBYTE, " type should be int8"},
+    {TagType::UInt8, UA_TYPES_BYTE, " type should be uint8"},
+    {TagType::Int16, UA_TYPES_INT16, " type should be int16"},
+    {TagType::UInt16, UA_TYPES_UINT16, " type should be uint16"},
+    {TagType::Int32, UA_TYPES_INT32, " type should be int32"},
+    {TagType::UInt32, UA_TYPES_UINT32, " type should be uint32"},
+    {TagType::Int64, UA_TYPES_INT64, " type should be int64"},
+    {TagType::UInt64, UA_TYPES_UINT64, " type should be uint64"},
+    {TagType::Float, UA_TYPES_FLOAT, " type should be float"},
+    {TagType::Double, UA_TYPES_DOUBLE, " type should be double"},
+    {TagType::String, UA_TYPES_STRING, " type should be string"},
+}};
+
+bool hasType(const UA_Variant& variant, std::size_t type) {
+    return variant.type == &UA_TYPES[type];
+}
+
+void append(std::string& text, bool value) {
+    text += value ? 't' : 'f';
+}
+
+template <std::integral Integer>
+void append(std::string& text, Integer value) {
+    Orvik::PushInterface::appendDecimal(text, value);
+}
+
+template <std::floating_point Float>
+void append(std::string& text, Float value) {
+    constexpr int precision = std::same_as<Float, float> ? 10 : 18;
+    std::array<char, 40> digits;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
+                                   std::chars_format::general, precision)
+                         .ptr;
+    text.append(digits.data(), end);
+}
+
+template <typename T>
+bool appendScalar(std::string& text, const UA_Variant& variant, std::size_t type) {
+    if (!hasType(variant, type) || !UA_Variant_isScalar(&variant)) {
+        return false;
+    }
+    append(text, *static_cast<const T*>(variant.data));
+    return true;
+}
+
+void appendString(std::string& text, std::string_view value, std::uint32_t maxStringLength) {
+    const auto begin = static_cast<std::ptrdiff_t>(text.size());
+    Orvik::PushInterface::appendStringValue(text, value, maxStringLength);
+    const auto isLineBreak = [](char c) { return c == '\n' || c == '\r'; };
+    std::replace_if(std::next(text.begin(), begin), text.end(), isLineBreak, ' ');
+}
+
+bool appendStringScalar(std::string& text, const Tag& tag, const UA_Variant& variant) {
+    if (!hasType(variant, UA_TYPES_STRING) || !UA_Variant_isScalar(&variant)) {
+        return false;
+    }
+    const auto& value = *static_cast<const UA_String*>(variant.data);
+    if (value.data == nullptr) {
+        return false;
+    }
+    const auto bytes = bytesOf(value);
+    appendString(text, bytes.substr(0, bytes.find('\0')), tag.maxStringLength);
+    return true;
+}
+
+}  // namespace
+
+std::string_view describeVariantType(const UA_Variant& variant) noexcept {
+    const auto row = std::ranges::find_if(typeRows, [&](const TypeRow& candidate) {
+        return hasType(variant, candidate.variantType);
+    });
+    return row != typeRows.end() ? row->description : " type unsupported";
+}
+
+std::string checkTagType(const Tag& tag, const UA_Variant& variant) {
+    if (tag.tagType == TagType::Unknown) {
+        return "unsupported tag type: " + tag.address;
+    }
+    const auto row = std::ranges::find(typeRows, tag.tagType, &TypeRow::tagType);
+    if (row == typeRows.end() || hasType(variant, row->variantType)) {
+        return {};
+    }
+    return wrongType(tag, variant);
+}
+
+std::string wrongType(const Tag& tag, const UA_Variant& variant) {
+    return "Wrong type for tag: " + tag.address + std::string{describeVariantType(variant)};
+}
+
+bool appendValue(std::string& text, const Tag& tag, const UA_Variant& variant) {
+    switch (tag.tagType) {
+        case TagType::Unknown:
+            text += '?';
+            return true;
+        case TagType::Bool:
+            return appendScalar<UA_Boolean>(text, variant, UA_TYPES_BOOLEAN);
+        case TagType::Int8:
+            return appendScalar<UA_SByte>(text, variant, UA_TYPES_SBYTE);
+        case TagType::UInt8:
+            return appendScalar<UA_Byte>(text, variant, UA_TYPES_BYTE);
+        case TagType::Int16:
+            return appendScalar<UA_Int16>(text, variant, UA_TYPES_INT16);
+        case TagType::UInt16:
+            return appendScalar<UA_UInt16>(text, variant, UA_TYPES_UINT16);
+        case TagType::Int32:
+            return appendScalar<UA_Int32>(text, variant, UA_TYPES_INT32);
+        case TagType::UInt32:
+            return appendScalar<UA_UInt32>(text, variant, UA_TYPES_UINT32);
+        case TagType::Int64:
+            return appendScalar<UA_Int64>(text, variant, UA_TYPES_INT64);
+        case TagType::UInt64:
+            return appendScalar<UA_UInt64>(text, variant, UA_TYPES_UINT64);
+        case TagType::Float:
+            return appendScalar<UA_Float>(text, variant, UA_TYPES_FLOAT);
+        case TagType::Double:
+            return appendScalar<UA_Double>(text, variant, UA_TYPES_DOUBLE);
+        case TagType::String:
+            return appendStringScalar(text, tag, variant);
+    }
+    return true;  // an unassigned number: no text
+}
+
+std::optional<std::string> formatValue(const Tag& tag, const UA_Variant& variant) {
+    std::string text;
+    return appendValue(text, tag, variant) ? std::optional{text} : std::nullopt;
+}
+
+std::string formatString(std::string_view text, std::uint32_t maxStringLength) {
+    std::string result;
+    appendString(result, text, maxStringLength);
+    return result;
+}
+
+}  // namespace PullappOpcUa
