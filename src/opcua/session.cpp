@@ -45,12 +45,18 @@ State stateOf(UA_Client& client) noexcept {
 /// Runs the stack's event loop until something holds or the time is over.
 template <typename Predicate>
 void iterateUntil(UA_Client& client, milliseconds limit, Predicate predicate) {
+    constexpr milliseconds maxWait{100};
     const auto deadline = Clock::now() + limit;
-    while (!predicate()) {
-        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0 ||
-            UA_Client_run_iterate(&client, static_cast<UA_UInt32>(left.count())) !=
-                UA_STATUSCODE_GOOD) {
+    const auto iterate = [&](milliseconds wait) {
+        return UA_Client_run_iterate(&client, static_cast<UA_UInt32>(wait.count())) ==
+                   UA_STATUSCODE_GOOD &&
+               !predicate();
+    };
+    for (auto left = limit; left.count() > 0;
+         left = std::chrono::ceil<milliseconds>(deadline - Clock::now())) {
+        // The loop handles a closed socket before it waits for others: look before it waits, and
+        // do not let it wait for long
+        if (!iterate(milliseconds{0}) || !iterate(std::min(left, maxWait))) {
             return;
         }
     }
@@ -128,12 +134,11 @@ UA_StatusCode connect(UA_Client& client, const std::string& endpointUrl) {
     auto* config = UA_Client_getConfig(&client);
     config->clientContext = &connections;
     UA_Client_connectAsync(&client, endpointUrl.c_str());
-    State state;
     iterateUntil(client, requestTimeout, [&] {
-        state = stateOf(client);
+        const auto state = stateOf(client);
         return state.status != UA_STATUSCODE_GOOD || state.session == UA_SESSIONSTATE_ACTIVATED;
     });
-    state = stateOf(client);
+    const auto state = stateOf(client);
     config->clientContext = nullptr;
     config->noReconnect = true;  // from here on a lost connection is a failed pull
     if (state.status != UA_STATUSCODE_GOOD) {
@@ -147,10 +152,8 @@ UA_StatusCode connect(UA_Client& client, const std::string& endpointUrl) {
 
 void closeSession(UA_Client& client) {
     UA_Client_disconnectAsync(&client);
-    iterateUntil(client, closeTimeout, [&] {
-        const auto channel = stateOf(client).channel;
-        return channel == UA_SECURECHANNELSTATE_CLOSED;
-    });
+    iterateUntil(client, closeTimeout,
+                 [&] { return stateOf(client).channel == UA_SECURECHANNELSTATE_CLOSED; });
 }
 
 /// Closes every socket. Without this the stack's own delete would wait for ever for a channel that
