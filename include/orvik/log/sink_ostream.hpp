@@ -23,17 +23,12 @@ class SinkOstream : public Sink {
 
     void write(std::uint32_t level, const std::string& message) override {
         const boost::lock_guard<boost::mutex> lock{mutex_};
-        *stream_ << '[' << std::setw(6) << levelName(level) << "] ";
-        writeThreadId();
-        *stream_ << ' ' << message << std::endl;
+        const boost::io::ios_flags_saver restoreFlags{*stream_};
+        *stream_ << std::right << '[' << std::setw(6) << levelName(level) << "] " << std::hex
+                 << std::setw(4) << boost::this_thread::get_id() << ' ' << message << std::endl;
     }
 
   private:
-    void writeThreadId() {
-        const boost::io::ios_flags_saver restoreFlags{*stream_};
-        *stream_ << std::hex << std::setw(4) << boost::this_thread::get_id();
-    }
-
     std::ostream* stream_;
     boost::mutex mutex_;
 };

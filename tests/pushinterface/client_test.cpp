@@ -1,0 +1,480 @@
+// SPDX-License-Identifier: MIT
+#include "orvik/pushinterface/client.hpp"
+
+#include "support/recording_client_handler.hpp"
+#include "support/scripted_peer.hpp"
+
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <dlfcn.h>
+#include <netdb.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+/// Lets a test hold up the look-up of "slow.test" until the end of its scope.
+class SlowLookUp {
+  public:
+    SlowLookUp() { setOpen(false); }
+    ~SlowLookUp() {
+        setOpen(true);
+        std::unique_lock lock{mutex};
+        changed.wait(lock, [] { return waiting == 0; });
+    }
+
+    static void wait() {
+        std::unique_lock lock{mutex};
+        ++waiting;
+        changed.notify_all();
+        changed.wait(lock, [] { return open; });
+        --waiting;
+        changed.notify_all();
+    }
+    static void awaitLookUp() {
+        std::unique_lock lock{mutex};
+        changed.wait(lock, [] { return waiting > 0; });
+    }
+
+  private:
+    static void setOpen(bool value) {
+        const std::lock_guard lock{mutex};
+        open = value;
+        changed.notify_all();
+    }
+    static inline std::mutex mutex;
+    static inline std::condition_variable changed;
+    static inline bool open = true;
+    static inline int waiting = 0;
+};
+
+}  // namespace
+
+/// The system's look-up, but for three names: "slow.test" waits, "two.test" has two addresses of
+/// which the first refuses, and "none.test" does not exist.
+extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints,
+                           addrinfo** result) {
+    const auto next = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    const std::string name = host == nullptr ? "" : host;
+    if ((hints->ai_flags & AI_NUMERICHOST) != 0 || !name.ends_with(".test")) {
+        return next(host, service, hints, result);
+    }
+    if (name == "slow.test") {
+        SlowLookUp::wait();
+    }
+    if (name == "none.test") {
+        return EAI_NONAME;
+    }
+    const int error = next("127.0.0.1", service, hints, result);
+    if (error == 0 && name == "two.test") {
+        addrinfo* second = nullptr;
+        next("127.0.0.1", service, hints, &second);
+        reinterpret_cast<sockaddr_in*>((*result)->ai_addr)->sin_addr.s_addr = htonl(0x7f000063);
+        (*result)->ai_next = second;
+    }
+    return error;
+}
+
+namespace {
+
+using namespace Orvik::PushInterface;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+using testing::ElementsAre;
+using TestSupport::RecordingClientHandler;
+using TestSupport::ScriptedPeer;
+using TestSupport::UnansweringPeer;
+using Events = std::vector<std::string>;
+
+/// A client on a thread of its own; logs off and waits for the thread at the end.
+class RunningClient {
+  public:
+    explicit RunningClient(ClientHandler* handler) : client_{handler, 1ms} {}
+    ~RunningClient() {
+        if (thread_.valid()) {
+            client_.disconnect();
+            EXPECT_TRUE(ends());
+        }
+    }
+    Client* operator->() { return &client_; }
+    Client& operator*() { return client_; }
+
+    void run() {
+        thread_ = std::async(std::launch::async, [this] { client_.run(); });
+    }
+    void connect(std::uint16_t port, int delay = 0, const std::string& host = "127.0.0.1") {
+        client_.connect(host, port, delay);
+        run();
+    }
+    [[nodiscard]] bool ends() { return thread_.wait_for(20s) == std::future_status::ready; }
+
+  private:
+    Client client_;
+    std::future<void> thread_;
+};
+
+class ClientTest : public testing::Test {
+  protected:
+    /// Greeted and identified; the answer to DEVC is still due.
+    TestSupport::PeerConnection logOn(int delay = 0) {
+        client->setDevice("id", "key");
+        client.connect(peer.port(), delay);
+        auto connection = peer.accept();
+        connection.send("HELO\n");
+        EXPECT_EQ("DEVC id key", connection.readLine());
+        return connection;
+    }
+
+    void logOff(TestSupport::PeerConnection& connection) {
+        client->disconnect();
+        EXPECT_TRUE(connection.awaitLine("EXIT"));
+        connection.close();
+        EXPECT_TRUE(client.ends());
+    }
+
+    ScriptedPeer peer;
+    RecordingClientHandler handler;
+    RunningClient client{&handler};
+};
+
+TEST_F(ClientTest, LogsOnAndNotifiesInOrder) {
+    client->setDevice("id", "key");
+    client.connect(peer.port());
+    auto connection = peer.accept();
+    EXPECT_FALSE(peer.hasConnection(0ms));
+
+    connection.send("HELO steward 1\n");
+    EXPECT_EQ("DEVC id key", connection.readLine());
+    ASSERT_TRUE(handler.await("onWrite: DEVC id key\n"));
+    connection.send("DEVC OK\n");
+    EXPECT_EQ("INFO", connection.readLine());
+    ASSERT_TRUE(handler.await("onWrite: INFO\n"));
+    connection.send("INFO {}\n");
+    ASSERT_TRUE(handler.await("onRead: INFO {}"));
+    logOff(connection);
+
+    EXPECT_THAT(handler.events(),
+                ElementsAre("onConnected", "onHelo: steward 1", "onRead: HELO steward 1",
+                            "onWrite: DEVC id key\n", "onDevc: accepted", "onRead: DEVC OK",
+                            "onWrite: INFO\n", "onInfo: {}", "onRead: INFO {}", "onWrite: EXIT\n",
+                            "onDisconnected"));
+}
+
+TEST_F(ClientTest, DispatchesEveryMessage) {
+    struct Case {
+        std::string line;
+        std::string event;
+        bool asksForInfo = false;
+    };
+    const std::vector<Case> cases{
+        {"DEVC", "onDevc: refused"},
+        {"DEVC OK ", "onDevc: refused"},
+        {"DEVC ok", "onDevc: refused"},
+        {"DEVC OK", "onDevc: accepted", true},
+        {"INFO { \"a\": 1 }", "onInfo: { \"a\": 1 }"},
+        {"INFO \0\r\xff"s, "onInfo: \0\r\xff"s},
+        {"IFCH", "onIfch", true},
+        {"IFCH ", "onIfch", true},
+        {"IFCH now", "onIfch: now", true},
+        {"RTCH 1", "onRtch: on"},
+        {"RTCH 10", "onRtch: on"},
+        {"RTCH", "onRtch: off"},
+        {"RTCH  1", "onRtch: off"},
+        {"EROR a b", "onEror: a b"},
+        {"TGNF 7", "onTgnf: 7"},
+        {"INVL 7=x", "onInvl: 7=x"},
+        {"TOOF", "onToof: "},
+        {"helo", "onClientError: Unexpected server message type: helo"},
+        {"HELOX", "onClientError: Unexpected server message: HELOX"},
+        {"HELO\r", "onClientError: Unexpected server message: HELO\r"},
+        {"", "onClientError: Unexpected server message: "},
+    };
+    auto connection = logOn();
+    for (const auto& [line, event, asksForInfo] : cases) {
+        SCOPED_TRACE(line);
+        const auto before = handler.events();
+        connection.send(line + "\n");
+        ASSERT_TRUE(handler.await(event, 1 + std::count(before.begin(), before.end(), event)));
+        if (asksForInfo) {
+            EXPECT_EQ("INFO", connection.readLine());
+        }
+    }
+    connection.send("EROR last\n");
+    ASSERT_TRUE(handler.await("onEror: last"));
+    logOff(connection);
+    const auto events = handler.events();
+    EXPECT_EQ(4, std::count(events.begin(), events.end(), "onWrite: INFO\n"));
+}
+
+TEST_F(ClientTest, HandlerCanDeclineEveryAnswer) {
+    handler.clearFlags = true;
+    client->setDevice("id", "key");
+    client.connect(peer.port());
+    auto connection = peer.accept();
+    connection.send("HELO\nDEVC OK\nIFCH\nIFCH x\nEROR end\n");
+    ASSERT_TRUE(handler.await("onEror: end"));
+
+    client->setDevice("id2", "key2");  // greeted all the same
+
+    EXPECT_EQ("DEVC id2 key2", connection.readLine());
+    logOff(connection);
+}
+
+TEST_F(ClientTest, IdentifiesTheDeviceWhenItIsSet) {
+    client.connect(peer.port());
+    auto connection = peer.accept();
+    connection.send("HELO\nEROR greeted\n");
+    ASSERT_TRUE(handler.await("onEror: greeted"));
+    client->setDevice("id", "key");
+    EXPECT_EQ("DEVC id key", connection.readLine());
+    client->setDevice("", "key");  // only the greeting looks at an empty id
+    EXPECT_EQ("DEVC  key", connection.readLine());
+    logOff(connection);
+}
+
+TEST_F(ClientTest, AnswersWithoutHandler) {
+    RunningClient silent{nullptr};
+    silent->setDevice("id", "key");
+    silent.connect(peer.port());
+    auto connection = peer.accept();
+    connection.send("HELO\nDEVC OK\nIFCH\nINFO {}\nwhat?\n");
+    EXPECT_EQ("DEVC id key", connection.readLine());
+    EXPECT_EQ("INFO", connection.readLine());
+    EXPECT_EQ("INFO", connection.readLine());
+    connection.close();
+    EXPECT_TRUE(silent.ends());
+}
+
+TEST_F(ClientTest, ReportsWhatHandlersThrow) {
+    handler.during = [](const std::string& operation) {
+        if (operation == "onInfo" || operation == "onDisconnected") {
+            throw std::runtime_error{"x"};
+        }
+        if (operation == "onIfch") {
+            throw 1;
+        }
+        if (operation == "onClientError") {
+            throw std::runtime_error{"nobody listens"};
+        }
+    };
+    auto connection = logOn();
+    connection.send("INFO {}\nIFCH\n\n");
+    EXPECT_EQ("INFO", connection.readLine());
+    EXPECT_TRUE(handler.await("onClientError: Exception during ClientHandler::onInfo: x"));
+    EXPECT_TRUE(handler.await(
+        "onClientError: Exception during ClientHandler::onIfch: <no exception info>"));
+    EXPECT_TRUE(handler.await(
+        "onClientError: Exception during ClientHandler::onClientError: nobody listens"));
+    connection.close();
+    EXPECT_TRUE(handler.await("onClientError: Exception during ClientHandler::onDisconnected: x"));
+}
+
+// Failures
+
+TEST_F(ClientTest, StaysIdleAfterAFailedLookUp) {
+    client.connect(1, 1, "none.test");
+
+    EXPECT_TRUE(client.ends());  // no reconnect, though a delay is set
+    EXPECT_THAT(handler.events(), ElementsAre("onClientError: Address resolve error"));
+}
+
+TEST_F(ClientTest, TriesTheNextAddressSilently) {
+    client.connect(peer.port(), 0, "two.test");
+    auto connection = peer.accept();
+    ASSERT_TRUE(handler.await("onConnected"));
+    logOff(connection);
+    EXPECT_THAT(handler.events(), ElementsAre("onConnected", "onWrite: EXIT\n", "onDisconnected"));
+}
+
+TEST_F(ClientTest, KeepsTryingWhenNobodyListens) {
+    std::uint16_t port = 0;
+    {
+        const ScriptedPeer gone;
+        port = gone.port();
+    }
+    client.connect(port, 1);
+    ASSERT_TRUE(handler.await("onReconnecting: connecting failed", 2));
+    const ScriptedPeer back{port};
+    auto connection = back.accept();
+    ASSERT_TRUE(handler.await("onConnected"));
+    const auto events = handler.events();
+    EXPECT_THAT(Events(events.begin(), events.begin() + 3),
+                ElementsAre("onClientError: Could not connect to server",
+                            "onReconnecting: connecting failed",
+                            "onClientError: Could not connect to server"));
+    logOff(connection);
+}
+
+TEST_F(ClientTest, ReconnectsAndLogsOnAnewAfterALoss) {
+    auto first = logOn(1);
+    first.reset();
+    auto second = peer.accept();
+    second.send("HELO\n");
+    EXPECT_EQ("DEVC id key", second.readLine());
+    EXPECT_TRUE(handler.await("onDisconnected"));
+    EXPECT_TRUE(handler.await("onReconnecting: auto reconnect"));
+    logOff(second);
+}
+
+TEST_F(ClientTest, EndsAfterALossWithoutReconnectDelay) {
+    auto connection = logOn(0);
+    connection.send("cut in mid-li");
+    connection.close();
+    EXPECT_TRUE(client.ends());
+    EXPECT_EQ("onDisconnected", handler.events().back());
+}
+
+TEST_F(ClientTest, RefusesToWriteWithoutConnectionOrAfterLogOff) {
+    client->write("lost");
+    auto connection = logOn();
+    client->disconnect();
+    client->write("too late");
+    client->disconnect();
+    EXPECT_TRUE(connection.awaitLine("EXIT"));
+    connection.close();
+    EXPECT_TRUE(client.ends());
+    const auto events = handler.events();
+    EXPECT_EQ("onClientError: Cannot write without an active connection", events.front());
+    const auto refused = "onClientError: Cannot write when already disconnecting";
+    EXPECT_EQ(2, std::count(events.begin(), events.end(), refused));
+}
+
+TEST_F(ClientTest, StopsWritingAtTheFirstLineThatFails) {
+    auto connection = logOn();
+    const std::string large(32 << 20, 'x');  // more than the system buffers
+    client->write(large);
+    client->write("never");
+    ASSERT_TRUE(connection.hasData());
+    connection.reset();
+    EXPECT_TRUE(client.ends());
+    const auto events = handler.events();
+    const auto failed = "onClientError: Write failed - socket error: '" + large + "\n'";
+    EXPECT_EQ(1, std::count(events.begin(), events.end(), failed));
+    EXPECT_EQ(0, std::count(events.begin(), events.end(), "onWrite: never\n"));
+}
+
+// Every state ends
+
+TEST_F(ClientTest, EndsWhileLookingUpAName) {
+    const SlowLookUp slow;
+    client.connect(peer.port(), 1, "slow.test");
+    SlowLookUp::awaitLookUp();
+    client->disconnect();
+    EXPECT_TRUE(client.ends());
+    EXPECT_TRUE(handler.events().empty());
+}
+
+TEST_F(ClientTest, EndsWhileConnecting) {
+    const UnansweringPeer unanswering;
+    client.connect(unanswering.port(), 1);
+    client->disconnect();
+    EXPECT_TRUE(client.ends());
+    EXPECT_TRUE(handler.events().empty());
+}
+
+TEST_F(ClientTest, EndsWhileWaitingToReconnect) {
+    auto connection = logOn(1'000'000'000);
+    connection.close();
+    ASSERT_TRUE(handler.await("onDisconnected"));
+    client->disconnect();
+    EXPECT_TRUE(client.ends());
+    EXPECT_EQ("onDisconnected", handler.events().back());
+}
+
+TEST_F(ClientTest, EndsAlthoughALostConnectionStillHasLinesToWrite) {
+    auto connection = logOn();
+    client->write(std::string(32 << 20, 'x'));
+    connection.shutdownSending();
+    ASSERT_TRUE(handler.await("onDisconnected"));
+    client->disconnect();
+    EXPECT_TRUE(client.ends());
+}
+
+TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {
+    const SlowLookUp slow;
+    client.connect(peer.port(), 0, "slow.test");
+    SlowLookUp::awaitLookUp();
+    const ScriptedPeer other;
+    client->connect("127.0.0.1", other.port(), 0);
+    auto connection = other.accept();
+    ASSERT_TRUE(handler.await("onConnected"));
+    EXPECT_FALSE(peer.hasConnection(0ms));
+    logOff(connection);
+}
+
+TEST_F(ClientTest, OldConnectionsEndTakesTheNewOnesPlace) {
+    auto old = logOn(1);
+    const ScriptedPeer other;
+    client->connect("127.0.0.1", other.port(), 1);
+    EXPECT_EQ("EXIT", old.readLine());
+    auto current = other.accept();
+    ASSERT_TRUE(handler.await("onConnected", 2));
+    old.close();  // deliberately counts as the loss of the current one
+    ASSERT_TRUE(handler.await("onReconnecting: auto reconnect"));
+    auto next = other.accept();
+    ASSERT_TRUE(handler.await("onConnected", 3));
+    logOff(next);
+}
+
+// Reading and writing
+
+TEST_F(ClientTest, ReadsLinesHoweverTheyArrive) {
+    auto connection = logOn();
+    connection.sendByteByByte("EROR byte by byte\n");
+    EXPECT_TRUE(handler.await("onEror: byte by byte"));
+    connection.send("EROR two\nEROR lines\nEROR in one");
+    EXPECT_TRUE(handler.await("onEror: lines"));
+    connection.send(" packet\n");
+    EXPECT_TRUE(handler.await("onEror: in one packet"));
+}
+
+TEST_F(ClientTest, ReadsInTimeLinearInTheBytes) {
+    auto connection = logOn();
+    std::string lines;
+    for (int i = 0; i < 10'000; ++i) {
+        lines += "RTCH 1\n";
+    }
+    connection.send(lines);
+    const std::string large(16 << 20, 'x');
+    connection.send("INFO " + large + "\n");
+    ASSERT_TRUE(handler.await("onInfo: " + large));
+    const auto events = handler.events();
+    EXPECT_EQ(10'000, std::count(events.begin(), events.end(), "onRtch: on"));
+}
+
+TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
+    auto connection = logOn();
+    constexpr int lines = 500;
+    std::vector<std::thread> writers;
+    for (const std::string name : {"a", "b"}) {
+        writers.emplace_back([this, name] {
+            for (int i = 0; i < lines; ++i) {
+                client->write(name + std::to_string(i) + std::string(1000, name[0]));
+            }
+        });
+    }
+    int next[2] = {0, 0};
+    for (int i = 0; i < 2 * lines; ++i) {
+        const auto line = connection.readLine();
+        auto& number = next[line[0] - 'a'];
+        ASSERT_EQ(line[0] + std::to_string(number++) + std::string(1000, line[0]), line);
+    }
+    for (auto& writer : writers) {
+        writer.join();
+    }
+    const std::string batch = std::string(8 << 20, 'v') + "\n";
+    client->write(batch);
+    EXPECT_EQ(std::string(8 << 20, 'v'), connection.readLine());
+    EXPECT_EQ("", connection.readLine());  // the line feed of the batch itself
+    pushErrorMessage(*client, std::string(300, 'e'));
+    EXPECT_EQ("@__nimbara_error_msg__=255," + std::string(255, 'e'), connection.readLine());
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "orvik/log/current_sink.hpp"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TestSupport {
+
+/// Records "<level> message" of every record while it lives. Make it before threads that log, and
+/// let it go after them.
+class RecordingSink {
+  public:
+    explicit RecordingSink(std::int32_t level = Orvik::Log::chattr)
+        : previous_{std::exchange(Orvik::Log::sink(), std::make_unique<Sink>(level, *this))} {}
+    ~RecordingSink() { Orvik::Log::sink() = std::move(previous_); }
+    RecordingSink(const RecordingSink&) = delete;
+    RecordingSink& operator=(const RecordingSink&) = delete;
+
+    /// Called on the logging thread behind each record; set before that thread exists.
+    std::function<void(const std::string& record)> during = [](const std::string&) {};
+
+    [[nodiscard]] std::vector<std::string> records() const {
+        const std::lock_guard lock{mutex_};
+        return records_;
+    }
+
+  private:
+    class Sink final : public Orvik::Log::Sink {
+      public:
+        Sink(std::int32_t level, RecordingSink& owner) : Orvik::Log::Sink{level}, owner_{owner} {}
+        void write(std::uint32_t level, const std::string& message) override {
+            owner_.add(std::to_string(level) + " " + message);
+        }
+
+      private:
+        RecordingSink& owner_;
+    };
+
+    void add(const std::string& record) {
+        {
+            const std::lock_guard lock{mutex_};
+            records_.push_back(record);
+        }
+        during(record);
+    }
+
+    mutable std::mutex mutex_;
+    std::vector<std::string> records_;
+    std::unique_ptr<Orvik::Log::Sink> previous_;
+};
+
+}  // namespace TestSupport
