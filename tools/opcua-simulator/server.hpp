@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "opcua-simulator/options.hpp"
+#include "opcua-simulator/variable.hpp"
+#include "opcua/device.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <open62541/server.h>
+
+namespace OpcUaSimulator {
+
+struct ServerDeleter {
+    void operator()(UA_Server* server) const noexcept {
+        UA_Server_run_shutdown(server);
+        UA_Server_delete(server);
+    }
+};
+
+/// An OPC UA server with the tags of a device. Everything runs in `iterate`, on one thread.
+class Server {
+  public:
+    /// Listens, and serves as soon as `iterate` is called.
+    /// @throws std::runtime_error if the port cannot be had or a node cannot be made
+    Server(const Options& options, const PullappOpcUa::Device& device);
+
+    [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+
+    /// Waits a little for requests and answers them; returns early on a signal.
+    void iterate();
+
+    /// Answers nothing for a while.
+    void silence(Seconds length) { silentUntil_ = Clock::now() + cast(length); }
+
+    /// Puts a fault into effect from now on. @throws std::runtime_error if there is no such
+    /// variable
+    void begin(Fault fault);
+
+    /// One line: values read, sessions opened and alive.
+    [[nodiscard]] std::string statistics() const;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    void configure(UA_ServerConfig& config, const Options& options);
+    void addVariables(const PullappOpcUa::Device& device);
+    void addVariable(Variable& variable, const UA_NodeId& nodeId);
+    void add(const Fault& fault);
+    [[nodiscard]] Seconds now() const { return Clock::now() - start_; }
+    [[nodiscard]] static Clock::duration cast(Seconds seconds) {
+        return std::chrono::duration_cast<Clock::duration>(seconds);
+    }
+    static UA_StatusCode read(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
+                              const UA_NodeId* nodeId, void* nodeContext,
+                              UA_Boolean includeSourceTimeStamp, const UA_NumericRange* range,
+                              UA_DataValue* value);
+
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point silentUntil_ = start_;
+    std::uint16_t port_ = 0;
+    Counters counters_;
+    std::vector<std::unique_ptr<Variable>> variables_;
+    std::unique_ptr<UA_Server, ServerDeleter> server_;
+};
+
+}  // namespace OpcUaSimulator

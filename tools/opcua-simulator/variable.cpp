@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include "opcua-simulator/variable.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <numbers>
+
+namespace OpcUaSimulator {
+namespace {
+
+using Orvik::PushInterface::TagType;
+
+/// The same value twice, so that an array of two can refer to it too.
+template <typename T>
+void store(std::byte* target, T value) {
+    std::memcpy(target, &value, sizeof value);
+    std::memcpy(target + sizeof value, &value, sizeof value);
+}
+
+/// Up and down between the ends of a small range that every integer type holds.
+template <typename Integer>
+Integer ramp(double seconds) {
+    constexpr double top = 100;
+    const auto position = std::fmod(seconds * 5, 2 * top);
+    const auto height = position < top ? position : 2 * top - position;
+    constexpr double middle = std::numeric_limits<Integer>::is_signed ? top / 2 : 0;
+    return static_cast<Integer>(height - middle);
+}
+
+double sine(double seconds) {
+    return 50 + 25 * std::sin(seconds * std::numbers::pi / 15);
+}
+
+}  // namespace
+
+void Variable::read(Seconds now, UA_DataValue& result) {
+    ++counters_.values;
+    const auto fault = std::ranges::find_if(
+        faults_, [now](const Fault& candidate) { return candidate.isActive(now); });
+    move(now);
+    result.hasValue = true;
+    refer(result, value_, type());
+    if (fault != faults_.end()) {
+        fail(fault->kind, result);
+    }
+}
+
+void Variable::move(Seconds now) {
+    const auto seconds = now.count() + 3 * static_cast<double>(index_);
+    switch (tag_->tagType) {
+        case TagType::Bool:
+            return store(value_, std::fmod(seconds, 4) < 2);
+        case TagType::Int8:
+            return store(value_, ramp<std::int8_t>(seconds));
+        case TagType::UInt8:
+            return store(value_, ramp<std::uint8_t>(seconds));
+        case TagType::Int16:
+            return store(value_, ramp<std::int16_t>(seconds));
+        case TagType::UInt16:
+            return store(value_, ramp<std::uint16_t>(seconds));
+        case TagType::Int32:
+            return store(value_, static_cast<std::int32_t>(-seconds));
+        case TagType::UInt32:
+            return store(value_, static_cast<std::uint32_t>(seconds));
+        case TagType::Int64:
+            return store(value_, static_cast<std::int64_t>(-seconds * 1000));
+        case TagType::UInt64:
+            return store(value_, static_cast<std::uint64_t>(seconds * 1000));
+        case TagType::Float:
+            return store(value_, static_cast<float>(sine(seconds)));
+        case TagType::Double:
+            return store(value_, sine(seconds));
+        case TagType::String:
+            return moveText(seconds);
+        case TagType::Unknown:
+            break;
+    }
+}
+
+void Variable::moveText(double seconds) {
+    text_ = "part " + std::to_string(static_cast<std::uint64_t>(seconds / 2));
+    string_ = {text_.size(), reinterpret_cast<UA_Byte*>(text_.data())};
+    static_assert(sizeof string_ <= sizeof value_);
+    std::memcpy(value_, &string_, sizeof string_);
+}
+
+void Variable::fail(FaultKind kind, UA_DataValue& result) {
+    constexpr std::size_t longText = 1'000'000;
+    switch (kind) {
+        case FaultKind::BadStatus:
+            result.hasStatus = true;
+            result.status = UA_STATUSCODE_BADDEVICEFAILURE;
+            result.hasValue = false;
+            return;
+        case FaultKind::NoValue:
+            result.hasValue = false;
+            return;
+        case FaultKind::OtherType:
+            store(value_, std::int64_t{1});
+            return refer(result, value_,
+                         tag_->tagType == TagType::Int32 ? UA_TYPES_INT64 : UA_TYPES_INT32);
+        case FaultKind::NullString:
+            string_ = {0, nullptr};
+            return refer(result, &string_, UA_TYPES_STRING);
+        case FaultKind::Array:
+            result.value.arrayLength = tag_->tagType == TagType::String ? 1 : 2;
+            return;
+        case FaultKind::LongText:
+            text_.assign(longText, 'x');
+            string_ = {text_.size(), reinterpret_cast<UA_Byte*>(text_.data())};
+            return refer(result, &string_, UA_TYPES_STRING);
+    }
+}
+
+void Variable::refer(UA_DataValue& result, const void* data, std::size_t type) const {
+    UA_Variant_setScalar(&result.value, const_cast<void*>(data), &UA_TYPES[type]);
+    result.value.storageType = UA_VARIANT_DATA_NODELETE;
+}
+
+std::size_t Variable::type() const noexcept {
+    switch (tag_->tagType) {
+        case TagType::Bool:
+            return UA_TYPES_BOOLEAN;
+        case TagType::Int8:
+            return UA_TYPES_SBYTE;
+        case TagType::UInt8:
+            return UA_TYPES_BYTE;
+        case TagType::Int16:
+            return UA_TYPES_INT16;
+        case TagType::UInt16:
+            return UA_TYPES_UINT16;
+        case TagType::Int32:
+            return UA_TYPES_INT32;
+        case TagType::UInt32:
+            return UA_TYPES_UINT32;
+        case TagType::Int64:
+            return UA_TYPES_INT64;
+        case TagType::UInt64:
+            return UA_TYPES_UINT64;
+        case TagType::Float:
+            return UA_TYPES_FLOAT;
+        case TagType::Double:
+            return UA_TYPES_DOUBLE;
+        case TagType::String:
+        case TagType::Unknown:
+            break;
+    }
+    return UA_TYPES_STRING;
+}
+
+}  // namespace OpcUaSimulator

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "opcua-simulator/fault.hpp"
+#include "opcua/stack.hpp"
+#include "opcua/tag.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <open62541/server.h>
+
+namespace OpcUaSimulator {
+
+/// What a server counts.
+struct Counters {
+    std::uint64_t values = 0;
+};
+
+/**
+ * A variable of the server that moves by itself: ramps, sines, counters, toggles and texts, each
+ * tag in its own phase. Values stay in the variable until its next reading; the stack only refers
+ * to them.
+ */
+class Variable {
+  public:
+    /// @param index of the tag among all, for the phase
+    Variable(std::shared_ptr<const PullappOpcUa::Tag> tag, std::size_t index, Counters& counters)
+        : tag_{std::move(tag)}, index_{index}, counters_{counters} {}
+
+    [[nodiscard]] const PullappOpcUa::Tag& tag() const noexcept { return *tag_; }
+    void add(const Fault& fault) { faults_.push_back(fault); }
+
+    /// Fills in the value at a time since the server's start.
+    void read(Seconds now, UA_DataValue& result);
+
+  private:
+    void move(Seconds now);
+    void moveText(double seconds);
+    void fail(FaultKind kind, UA_DataValue& result);
+    void refer(UA_DataValue& result, const void* data, std::size_t type) const;
+    [[nodiscard]] std::size_t type() const noexcept;
+
+    std::shared_ptr<const PullappOpcUa::Tag> tag_;
+    std::size_t index_;
+    Counters& counters_;
+    std::vector<Fault> faults_;
+    alignas(std::int64_t) std::byte value_[2 * sizeof(std::int64_t)]{};
+    UA_String string_{};
+    std::string text_;
+};
+
+}  // namespace OpcUaSimulator
