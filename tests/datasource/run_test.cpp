@@ -64,6 +64,10 @@ struct SequenceCase {
     Texts expected;
 };
 
+void PrintTo(const SequenceCase& sequence, std::ostream* stream) {
+    *stream << sequence.name;
+}
+
 class SequenceTest : public RunTest, public testing::WithParamInterface<SequenceCase> {};
 
 TEST_P(SequenceTest, CallsHandlerAndPublishesErrors) {

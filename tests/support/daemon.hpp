@@ -37,6 +37,10 @@ class CapturedLog {
         std::vector<std::string> result;
         std::ifstream stream{path_};
         for (std::string line; std::getline(stream, line);) {
+            if (!line.starts_with("pullapp[") && !result.empty()) {
+                result.back() += '\n' + line;  // of a record with line feeds in it
+                continue;
+            }
             const auto priority = line.find(" <") + 1;
             const auto thread = line.find(' ', priority);
             const auto message = line.find(' ', thread + 1);

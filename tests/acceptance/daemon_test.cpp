@@ -1,0 +1,349 @@
+// SPDX-License-Identifier: MIT
+// The daemon as built, between a steward that the test plays itself and a real OPC UA server, a
+// process that can be stopped, frozen and restarted.
+#include "support/daemon.hpp"
+#include "support/scripted_peer.hpp"
+
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace TestSupport;
+using testing::ElementsAre;
+
+const std::string cleared = "@__nimbara_error_msg__=0,";
+
+std::string error(const std::string& text) {
+    return "@__nimbara_error_msg__=" + std::to_string(text.size()) + "," + text;
+}
+
+/// An OPC UA server with one tag more than it has types.
+class OpcUaServer {
+  public:
+    explicit OpcUaServer(std::vector<std::string> options = {"--tags=5"}, std::uint16_t port = 0)
+        : process_{command(std::move(options), port)} {
+        const auto line = process_.readLine();
+        const auto colon = line.rfind(':');
+        EXPECT_NE(std::string::npos, colon) << line << process_.restOfErrors();
+        port_ = static_cast<std::uint16_t>(std::stoi(line.substr(colon + 1)));
+    }
+
+    [[nodiscard]] std::uint16_t port() const { return port_; }
+    Process& process() { return process_; }
+
+    [[nodiscard]] std::string statistics() {
+        process_.writeLine("stats");
+        return process_.readLine();
+    }
+
+    void kill() {
+        process_.signal(SIGKILL);
+        EXPECT_EQ(128 + SIGKILL, process_.wait());
+    }
+
+  private:
+    static std::vector<std::string> command(std::vector<std::string> options, std::uint16_t port) {
+        options.insert(options.begin(), {OPCUA_SIMULATOR_PATH, "--port=" + std::to_string(port)});
+        return options;
+    }
+
+    Process process_;
+    std::uint16_t port_ = 0;
+};
+
+std::string description(std::uint16_t port, const std::string& tags, int pullDelay = 50) {
+    return R"({"id":"dev","ipAddress":"127.0.0.1","port":)" + std::to_string(port) +
+           R"(,"pullDelay":)" + std::to_string(pullDelay) + R"(,"tags":[)" + tags + "]}";
+}
+
+std::string tag(int id, int node, const std::string& type) {
+    return R"({"id":)" + std::to_string(id) + R"(,"address":"ns=1;i=)" + std::to_string(node) +
+           R"(","type":)" + type + "}";
+}
+
+// The simulator's tags: int, float, double, bool, string in turn
+const std::string intTag = tag(7, 1, R"("int","signed":true,"width":32)");
+const std::string boolTag = tag(1, 4, R"("bool")");
+const std::string textTag = tag(65535, 5, R"("str","maxStringLength":4)");
+
+class DaemonTest : public testing::Test {
+  protected:
+    /// Accepts the daemon's connection and logs it on, up to its request for the description.
+    PeerConnection accept() {
+        auto connection = steward.accept(30s);
+        connection.send("HELO acceptance\n");
+        EXPECT_EQ("DEVC dev key", connection.readLine());
+        connection.send("DEVC OK\n");
+        EXPECT_EQ("INFO", connection.readLine());
+        return connection;
+    }
+
+    /// Ends the daemon as its service manager does, and closes on its log-off.
+    void end(Daemon& daemon, PeerConnection& connection, int signal = SIGTERM) {
+        daemon.process().signal(signal);
+        EXPECT_TRUE(connection.awaitLine("EXIT"));
+        connection.close();
+        EXPECT_EQ(0, daemon.process().wait());
+    }
+
+    ScriptedPeer steward;
+};
+
+TEST_F(DaemonTest, TypicalRun) {
+    OpcUaServer server;
+    Daemon daemon{steward.port(), {"--log-level=7"}};
+    auto connection = accept();
+    connection.send("INFO " + description(server.port(), boolTag + "," + textTag + "," + intTag) +
+                    "\n");
+
+    for (int batch = 0; batch < 3; ++batch) {
+        const auto boolLine = connection.readLine();
+        EXPECT_TRUE(boolLine == "1=t" || boolLine == "1=f") << boolLine;
+        EXPECT_EQ("65535=4,part", connection.readLine());
+        EXPECT_THAT(connection.readLine(), testing::MatchesRegex("7=-?[0-9]+"));
+        EXPECT_EQ("", connection.readLine());
+        EXPECT_EQ(cleared, connection.readLine());
+    }
+    connection.send("EROR a\nTGNF b\nINVL c\nTOOF d\nRTCH 1\nwhat\n");
+    ASSERT_TRUE(daemon.log().await(
+        "<3> Received error from push interface client: Unexpected server message type: what"));
+    EXPECT_THAT(server.statistics(), testing::HasSubstr("sessions alive 1"));
+    end(daemon, connection);
+
+    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 1, sessions alive 0"));
+    EXPECT_TRUE(daemon.log().firstLine().starts_with("pullapp[dev] <"));
+    auto records = daemon.log().records();
+    const std::string waiting =
+        "<7> include/orvik/pullapplication/main:168: Waiting for signal";  // from the main thread
+    EXPECT_EQ(1U, std::erase(records, waiting));
+    const std::string from = "<3> Received error from push interface";
+    EXPECT_THAT(
+        daemon.log().records(),
+        ElementsAre("<7> include/orvik/pullapplication/main:168: Waiting for signal",
+                    "<6> Connected to push interface", "<6> Push interface server: acceptance",
+                    from + ": a", from + ": Tag not found: b", from + ": Invalid value: c",
+                    from + ": Posting too often: d",
+                    from + " client: Unexpected server message type: what",
+                    "<7> include/orvik/pullapplication/main:172: Caught signal",
+                    "<5> Disconnected from push interface"));
+}
+
+TEST_F(DaemonTest, TracesEveryLineAndStepAtLevelEight) {
+    OpcUaServer server;
+    Daemon daemon{steward.port(), {"--log-level=8"}};
+    auto connection = accept();
+    connection.send("INFO " + description(server.port(), textTag, 65000) + "\n");
+    ASSERT_TRUE(connection.awaitLine(cleared));
+    const std::string run = "<7> include/orvik/datasource/detail/client:";
+    const std::string main = "<7> include/orvik/pullapplication/main:";
+    ASSERT_TRUE(daemon.log().await(run + "264: doPullDelay(65000)"));
+    ASSERT_TRUE(daemon.log().await(main + "222: PI W: " + cleared + "\n"));
+    EXPECT_TRUE(daemon.log().await(main + "215: PI R: HELO acceptance"));
+    EXPECT_TRUE(daemon.log().await(main + "222: PI W: DEVC dev key\n"));
+    end(daemon, connection);
+    EXPECT_TRUE(daemon.log().await(run + "140: postDelayTimerHandler(cancelled, ...)"));
+    EXPECT_TRUE(daemon.log().await(run + "52: run() stop"));
+}
+
+TEST_F(DaemonTest, AChangedDescriptionReplacesTheRun) {
+    OpcUaServer server;
+    Daemon daemon{steward.port()};
+    auto connection = accept();
+    for (int id = 1; id <= 20; ++id) {
+        const auto text = tag(id, 5, R"("str","maxStringLength":4)");
+        connection.send("INFO " + description(server.port(), text, id % 2) + "\n");
+        ASSERT_TRUE(connection.awaitLine(std::to_string(id) + "=4,part"));
+        connection.send("IFCH\n");
+        ASSERT_TRUE(connection.awaitLine("INFO"));
+    }
+    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 20, sessions alive 1"));
+    end(daemon, connection);
+    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 20, sessions alive 0"));
+}
+
+TEST_F(DaemonTest, ALostStewardStopsTheRunUntilItIsBack) {
+    OpcUaServer server;
+    Daemon daemon{steward.port()};
+    auto first = accept();
+    first.send("INFO " + description(server.port(), textTag, 0) + "\n");
+    ASSERT_TRUE(first.awaitLine(cleared));
+    first.reset();
+    ASSERT_TRUE(daemon.log().await("<5> Disconnected from push interface"));
+    auto second = accept();
+    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 1, sessions alive 0"));
+    second.send("INFO " + description(server.port(), textTag, 0) + "\n");
+    EXPECT_EQ("65535=4,part", second.readLine());
+    EXPECT_TRUE(daemon.log().await("<6> Reconnecting (reason: auto reconnect)"));
+    end(daemon, second);
+}
+
+TEST_F(DaemonTest, AKilledServerIsReportedAndItsReturnNoticed) {
+    auto server = std::make_unique<OpcUaServer>();
+    const auto port = server->port();
+    Daemon daemon{steward.port()};
+    auto connection = accept();
+    connection.send("INFO " + description(port, textTag) + "\n");
+    ASSERT_TRUE(connection.awaitLine(cleared));
+
+    server->kill();
+    ASSERT_TRUE(connection.awaitLine(error("Error: BADCONNECTIONREJECTED")));
+    // Other types now: what stood at the text's place is a number
+    server = std::make_unique<OpcUaServer>(
+        std::vector<std::string>{"--tags=5", "--fault=other-type@ns=1;i=5"}, port);
+    ASSERT_TRUE(
+        connection.awaitLine(error("Wrong type for tag: ns=1;i=5 type should be int32"), 30s));
+    server->kill();
+    server = std::make_unique<OpcUaServer>(std::vector<std::string>{"--tags=5"}, port);
+
+    EXPECT_EQ("65535=4,part", connection.readLine(30s));  // no value came meanwhile
+    EXPECT_EQ("", connection.readLine());
+    EXPECT_EQ(cleared, connection.readLine());
+    end(daemon, connection);
+}
+
+TEST_F(DaemonTest, ARefusedDescriptionEndsTheProcessInOrder) {
+    for (const bool running : {false, true}) {
+        SCOPED_TRACE(running);
+        OpcUaServer server;
+        Daemon daemon{steward.port(), {"--log-level=7"}};
+        auto connection = accept();
+        if (running) {
+            connection.send("INFO " + description(server.port(), textTag, 0) + "\n");
+            ASSERT_TRUE(connection.awaitLine(cleared));
+        }
+        connection.send("INFO {\"id\":\"a\"}\n");
+        EXPECT_TRUE(connection.awaitLine("EXIT"));
+        connection.close();
+        EXPECT_EQ(0, daemon.process().wait());
+        EXPECT_TRUE(daemon.log().await("<3> Received invalid info: Could not read ipAddress"));
+        EXPECT_TRUE(daemon.log().await("<6> Info was: {\"id\":\"a\"}"));
+        EXPECT_TRUE(
+            daemon.log().await("<7> include/orvik/pullapplication/main:172: Caught signal"));
+        EXPECT_THAT(server.statistics(), testing::EndsWith("sessions alive 0"));
+    }
+}
+
+// A signal in every state
+
+TEST_F(DaemonTest, EndsWithNobodyListening) {
+    std::uint16_t port = 0;
+    {
+        const ScriptedPeer gone;
+        port = gone.port();
+    }
+    Daemon daemon{port, {"--log-level=7"}};
+    ASSERT_TRUE(daemon.log().await(
+        "<3> Received error from push interface client: Could not connect to server"));
+    EXPECT_EQ(0, daemon.endBy(SIGINT));
+}
+
+TEST_F(DaemonTest, EndsWhileTheNameIsLookedUp) {
+    Daemon daemon{1, {"--steward-host=never.test", "--log-level=7"}};
+    ASSERT_TRUE(
+        daemon.log().await("<7> include/orvik/pullapplication/main:168: Waiting for signal"));
+    EXPECT_EQ(0, daemon.endBy(SIGTERM));
+}
+
+TEST_F(DaemonTest, EndsWhileTheStewardDoesNotAnswer) {
+    const UnansweringPeer unanswering;
+    Daemon daemon{unanswering.port(), {"--log-level=7"}};
+    ASSERT_TRUE(
+        daemon.log().await("<7> include/orvik/pullapplication/main:168: Waiting for signal"));
+    EXPECT_EQ(0, daemon.endBy(SIGTERM));
+}
+
+TEST_F(DaemonTest, EndsWithASilentSteward) {
+    Daemon daemon{steward.port()};
+    auto connection = steward.accept();
+    ASSERT_TRUE(daemon.log().await("<6> Connected to push interface"));
+    end(daemon, connection, SIGINT);
+}
+
+TEST_F(DaemonTest, ASecondSignalEndsAShutdownThatTheStewardHoldsUp) {
+    Daemon daemon{steward.port()};
+    auto connection = steward.accept();
+    ASSERT_TRUE(daemon.log().await("<6> Connected to push interface"));
+    daemon.process().signal(SIGTERM);
+    EXPECT_EQ("EXIT", connection.readLine());  // and no close
+    EXPECT_EQ(-1, daemon.process().wait(200ms));
+    EXPECT_EQ(128 + SIGTERM, daemon.endBy(SIGTERM));
+}
+
+struct DeviceState {
+    std::string name;
+    std::vector<std::string> serverOptions;
+    int pullDelay;
+    std::string tags;
+    std::string line;  // of the daemon, in that state
+};
+
+void PrintTo(const DeviceState& state, std::ostream* stream) {
+    *stream << state.name;
+}
+
+class DeviceStateTest : public DaemonTest, public testing::WithParamInterface<DeviceState> {};
+
+TEST_P(DeviceStateTest, Ends) {
+    OpcUaServer server{GetParam().serverOptions};
+    Daemon daemon{steward.port()};
+    auto connection = accept();
+    connection.send("INFO " + description(server.port(), GetParam().tags, GetParam().pullDelay) +
+                    "\n");
+    ASSERT_TRUE(connection.awaitLine(GetParam().line));
+    const auto begin = std::chrono::steady_clock::now();
+    end(daemon, connection);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 4s);
+    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions alive 0"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, DeviceStateTest,
+    testing::Values(
+        DeviceState{"PullingBackToBack", {"--tags=5"}, 0, textTag, cleared},
+        DeviceState{"InALongPause", {"--tags=5"}, 65000, textTag, cleared},
+        DeviceState{
+            "AfterAFailedCheckOfTags", {"--tags=4"}, 50, textTag, error("BADNODEIDUNKNOWN")}),
+    [](const auto& state) { return state.param.name; });
+
+TEST_F(DaemonTest, EndsAfterAFailedConnect) {
+    Daemon daemon{steward.port()};
+    auto connection = accept();
+    connection.send("INFO " + description(1, textTag) + "\n");
+    ASSERT_TRUE(connection.awaitLine(error("Error: BADCONNECTIONREJECTED")));
+    end(daemon, connection);
+}
+
+TEST_F(DaemonTest, EndsBesideAServerThatNeverAnswers) {
+    const ScriptedPeer silent;
+    Daemon daemon{steward.port()};
+    auto connection = accept();
+    connection.send("INFO " + description(silent.port(), textTag) + "\n");
+    auto device = silent.accept();
+    const auto begin = std::chrono::steady_clock::now();
+    end(daemon, connection);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);  // the request time-out is 5 s
+}
+
+TEST_F(DaemonTest, AFrozenServerIsATimeOut) {
+    OpcUaServer server;
+    Daemon daemon{steward.port()};
+    auto connection = accept();
+    connection.send("INFO " + description(server.port(), textTag, 0) + "\n");
+    ASSERT_TRUE(connection.awaitLine(cleared));
+    server.process().signal(SIGSTOP);
+    EXPECT_TRUE(connection.awaitLine(error("BADTIMEOUT")));
+    EXPECT_TRUE(connection.awaitLine(error("Error: BADTIMEOUT")));
+    server.process().signal(SIGCONT);
+    EXPECT_TRUE(connection.awaitLine("65535=4,part", 30s));
+    end(daemon, connection);
+}
+
+}  // namespace
