@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include "orvik/pullapplication/main.hpp"
+
+#include "support/recording_sink.hpp"
+#include "support/scripted_handler.hpp"
+
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace Orvik;
+using namespace TestSupport;
+using testing::ElementsAre;
+
+/// What every handler of the application reports to, since the application makes them itself.
+std::shared_ptr<Calls> calls;
+
+struct Handler final : DataSource::ProtocolHandler<FakeDevice, FakeTag> {
+    void init() override { calls->add("init"); }
+    void deinit() override { calls->add("deinit"); }
+    std::string connect(FakeDevice& /*device*/) override { return "no"; }
+    void disconnect(FakeDevice& /*device*/) override {}
+    std::string verifyTags(FakeDevice& /*device*/) override { return {}; }
+    std::string pullData(FakeDevice& /*device*/, PushInterface::Client& /*client*/) override {
+        return {};
+    }
+    std::string keepAlive(FakeDevice& /*device*/) override { return {}; }
+};
+
+struct Parser {
+    static std::string parse(const std::string& info, const std::shared_ptr<FakeDevice>& /*d*/) {
+        return info == "good" ? "" : "bad";
+    }
+};
+
+/// Plays the client thread: what the steward sends when it runs, and when it is disconnected.
+struct Client final : PushInterface::Client {
+    explicit Client(PushInterface::ClientHandler* aHandler)
+        : PushInterface::Client{nullptr}, handler{aHandler} {}
+    void write(std::string /*message*/) override {}
+    void setDevice(const std::string& id, const std::string& key) const {
+        calls->add("setDevice " + id + " " + key);
+    }
+    void connect(const std::string& host, std::uint32_t port, int delay) const {
+        calls->add("connect " + host + " " + std::to_string(port) + " " + std::to_string(delay));
+    }
+    void disconnect() const {
+        calls->add("disconnect");
+        onDisconnect(*handler);
+    }
+    void run() const { onRun(*handler); }
+
+    PushInterface::ClientHandler* handler;
+    static inline std::function<void(PushInterface::ClientHandler&)> onRun;
+    static inline std::function<void(PushInterface::ClientHandler&)> onDisconnect;
+};
+
+class MainTest : public testing::Test {
+  protected:
+    MainTest() {
+        calls = std::make_shared<Calls>();
+        Client::onRun = Client::onDisconnect = [](auto&) {};
+    }
+    int run() {
+        std::string arguments[] = {"program", "--device-id=id", "--device-key=key"};
+        char* argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data()};
+        return PullApplication::Main<Handler, Parser, Client>{}.run(3, argv, "p", "v", "n");
+    }
+};
+
+TEST_F(MainTest, ARefusedDescriptionEndsTheServiceWheneverItComes) {
+    // The client thread may be faster than the main thread's wait, or slower
+    for (int i = 0; i < 200; ++i) {
+        calls = std::make_shared<Calls>();
+        Client::onRun = [i](auto& handler) {
+            for (int spin = 0; spin < i; ++spin) {
+                boost::this_thread::yield();
+            }
+            handler.onInfo("refuse me");
+            handler.onInfo("once more");
+        };
+        EXPECT_EQ(0, run());
+        EXPECT_THAT(calls->all(), ElementsAre("setDevice id key", "connect 127.0.0.1 9230 10",
+                                              "disconnect", "disconnect", "disconnect"));
+    }
+}
+
+TEST_F(MainTest, ADescriptionThatComesDuringTheShutdownStartsNothing) {
+    Client::onRun = [](auto& handler) {
+        handler.onInfo("good");
+        EXPECT_TRUE(calls->await("init"));
+        ::raise(SIGTERM);
+        EXPECT_TRUE(calls->await("disconnect"));
+    };
+    Client::onDisconnect = [](auto& handler) { handler.onInfo("good"); };
+    EXPECT_EQ(0, run());
+    EXPECT_THAT(calls->all(), ElementsAre("setDevice id key", "connect 127.0.0.1 9230 10", "init",
+                                          "deinit", "disconnect"));
+}
+
+TEST_F(MainTest, LogsEvents) {
+    const RecordingSink sink{8};
+    PullApplication::Main<Handler, Parser, Client> application;
+    bool flag = true;
+    application.onConnected();
+    application.onReconnecting("r");
+    application.onDisconnected();
+    application.onRead("a");
+    application.onWrite("b\n");
+    application.onHelo("h", flag);
+    application.onDevc(true, flag);
+    application.onIfch(flag);
+    application.onIfch("x", flag);
+    application.onRtch(true);
+    application.onInfo("{}");
+    EXPECT_TRUE(flag);
+    const std::string main = "include/orvik/pullapplication/main:";
+    EXPECT_THAT(sink.records(),
+                ElementsAre("6 Connected to push interface", "6 Reconnecting (reason: r)",
+                            "5 Disconnected from push interface", "8 " + main + "215: PI R: a",
+                            "8 " + main + "222: PI W: b\n", "6 Push interface server: h",
+                            "3 Received invalid info: bad", "6 Info was: {}"));
+}
+
+}  // namespace
