@@ -119,7 +119,12 @@ class ScriptedPeer {
 
     [[nodiscard]] PeerConnection accept(std::chrono::milliseconds limit = 20s) const {
         EXPECT_TRUE(hasConnection(limit)) << "nobody connects";
-        return PeerConnection{Descriptor{::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)}};
+        return PeerConnection{acceptSocket()};
+    }
+
+    /// For tests that speak no lines.
+    [[nodiscard]] Descriptor acceptSocket() const {
+        return Descriptor{::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
     }
 
     [[nodiscard]] static sockaddr_in loopback(std::uint16_t port) {

@@ -1,0 +1,371 @@
+// SPDX-License-Identifier: MIT
+#include "opcua/protocol_handler.hpp"
+
+#include "support/opcua_test_server.hpp"
+#include "support/scripted_peer.hpp"
+
+#include <ctime>
+#include <functional>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+namespace PullappOpcUa {
+namespace {
+
+using namespace std::chrono_literals;
+using Orvik::PushInterface::TagType;
+using testing::AnyOf;
+using TestSupport::dataValue;
+using TestSupport::nodeNamed;
+using TestSupport::OpcUaTestServer;
+using TestSupport::scalar;
+using TestSupport::ScriptedPeer;
+
+/// Keeps what would be written to the push interface.
+class RecordingClient : public Orvik::PushInterface::Client {
+  public:
+    RecordingClient() : Client{nullptr} {}
+    void write(std::string message) override { messages.push_back(std::move(message)); }
+
+    std::vector<std::string> messages;
+};
+
+void addTag(Device& device, std::uint16_t id, const std::string& address, TagType type) {
+    auto tag = std::make_shared<Tag>();
+    tag->id = id;
+    tag->address = address;
+    tag->tagType = type;
+    ASSERT_EQ("", Device::parseTag(*tag));
+    ASSERT_EQ("", device.addTag(tag));
+    ASSERT_EQ("", device.parseDevice());
+}
+
+/// A handler with its device and a recorder of what it writes.
+struct Session {
+    explicit Session(std::uint16_t port, const std::string& ipAddress = "127.0.0.1") {
+        device.ipAddress = ipAddress;
+        device.port = port;
+    }
+    std::string connect() { return handler.connect(device); }
+    std::string verify() { return handler.verifyTags(device); }
+    std::string pull() { return handler.pullData(device, client); }
+
+    Device device;
+    RecordingClient client;
+    ProtocolHandler handler;
+};
+
+TEST(ProtocolHandlerTest, WritesEveryTypeOfValueInOneBatch) {
+    OpcUaTestServer server;
+    server.set<UA_Boolean>("bool", true, UA_TYPES_BOOLEAN);
+    server.set<UA_SByte>("int8", -8, UA_TYPES_SBYTE);
+    server.set<UA_Int16>("int16", -16, UA_TYPES_INT16);
+    server.set<UA_Int32>("int32", -32, UA_TYPES_INT32);
+    server.set<UA_Int64>("int64", -64, UA_TYPES_INT64);
+    server.set<UA_Byte>("uint8", 8, UA_TYPES_BYTE);
+    server.set<UA_UInt16>("uint16", 16, UA_TYPES_UINT16);
+    server.set<UA_UInt32>("uint32", 32, UA_TYPES_UINT32);
+    server.set<UA_UInt64>("uint64", 64, UA_TYPES_UINT64);
+    server.set<UA_Float>("float", 1.5F, UA_TYPES_FLOAT);
+    server.set<UA_Double>("double", -2.5, UA_TYPES_DOUBLE);
+    server.set<UA_String>("string", UA_STRING_STATIC("a\nb"), UA_TYPES_STRING);
+    Session session{server.port()};
+    const std::vector<std::pair<std::string, TagType>> tags{
+        {"bool", TagType::Bool},     {"int8", TagType::Int8},     {"int16", TagType::Int16},
+        {"int32", TagType::Int32},   {"int64", TagType::Int64},   {"uint8", TagType::UInt8},
+        {"uint16", TagType::UInt16}, {"uint32", TagType::UInt32}, {"uint64", TagType::UInt64},
+        {"float", TagType::Float},   {"double", TagType::Double}, {"string", TagType::String}};
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        addTag(session.device, static_cast<std::uint16_t>(i), "ns=1;s=" + tags[i].first,
+               tags[i].second);
+    }
+
+    ASSERT_EQ("", session.connect());
+    ASSERT_EQ("", session.verify());
+    ASSERT_EQ(1, server.readCount());
+    ASSERT_EQ("", session.pull());
+
+    EXPECT_EQ(2, server.readCount());
+    EXPECT_THAT(session.client.messages,
+                testing::ElementsAre("0=t\n1=-8\n2=-16\n3=-32\n4=-64\n5=8\n6=16\n7=32\n8=64\n"
+                                     "9=1.5\n10=-2.5\n11=3,a b\n"));
+}
+
+TEST(ProtocolHandlerTest, ReadsTenThousandTagsWithOneRequest) {
+    constexpr std::uint16_t count = 10000;
+    OpcUaTestServer server;
+    Session session{server.port()};
+    server.run([&](UA_Server& raw) {
+        for (std::uint16_t i = 0; i < count; ++i) {
+            const auto value = scalar(i, UA_TYPES_UINT16);
+            server.setOn(raw, UA_NODEID_NUMERIC(1, 100000U + i), dataValue(&value));
+        }
+    });
+    for (std::uint16_t i = 0; i < count; ++i) {
+        auto tag = std::make_shared<Tag>();
+        tag->id = i;
+        tag->tagType = TagType::UInt16;
+        tag->namespaceIndex = 1;
+        tag->numericIdentifier = 100000U + i;
+        ASSERT_EQ("", session.device.addTag(tag));
+    }
+    ASSERT_EQ("", session.device.parseDevice());
+
+    ASSERT_EQ("", session.connect());
+    ASSERT_EQ("", session.pull());
+
+    EXPECT_EQ(1, server.readCount());
+    EXPECT_THAT(session.client.messages,
+                testing::ElementsAre(testing::AllOf(testing::StartsWith("0=0\n1=1\n"),
+                                                    testing::EndsWith("\n9999=9999\n"))));
+}
+
+/// One value of a server next to a good one, and what the two operations make of it.
+struct Fault {
+    TagType tagType;
+    UA_DataValue result;
+    std::string verifyError;
+    std::string pullError;
+};
+
+std::vector<Fault> faults() {
+    static UA_Int16 number = 7;
+    static UA_String null{};
+    const auto value = scalar(number, UA_TYPES_INT16);
+    const auto nullString = scalar(null, UA_TYPES_STRING);
+    auto array = value;
+    array.arrayLength = 1;
+    const UA_Variant empty{};
+    const auto uncertain = UA_STATUSCODE_UNCERTAINSUBNORMAL;
+    const std::string notScalar = "UAvariant type not supported for tag: ns=1;s=x";
+    const std::string wrong = "Wrong type for tag: ns=1;s=x type should be ";
+    const std::string noSensor = "BADSENSORFAILURE";
+    const std::string noReason = "BADUNEXPECTEDERROR";
+    return {
+        {TagType::Int16, dataValue(&value), "", ""},
+        {TagType::Int16, dataValue(&value, uncertain), "", ""},
+        {TagType::Int32, dataValue(&value), wrong + "int16", wrong + "int16"},
+        {TagType::String, dataValue(&nullString), "", wrong + "string"},
+        {TagType::Int16, dataValue(&array), notScalar, notScalar},
+        {TagType::Int16, dataValue(&empty), notScalar, notScalar},
+        {TagType::Int16, dataValue(nullptr, UA_STATUSCODE_BADSENSORFAILURE), noSensor, noSensor},
+        {TagType::Int16, dataValue(nullptr, UA_STATUSCODE_BADSHUTDOWN), noReason, noReason},
+        {TagType::Unknown, dataValue(&value), "unsupported tag type: ns=1;s=x", ""},
+    };
+}
+
+TEST(ProtocolHandlerTest, WritesNothingWhenOneValueCannotBeHad) {
+    using namespace std::string_view_literals;
+    OpcUaTestServer server;
+    server.rewriteAnswers("\x00\x00\x0C\x80"sv, "\x00\x00\x00\x00"sv);  // BADSHUTDOWN turns good
+    server.set<UA_Boolean>("good", true, UA_TYPES_BOOLEAN);
+    for (const auto& fault : faults()) {
+        SCOPED_TRACE(fault.verifyError + " / " + fault.pullError);
+        server.setResult(nodeNamed("x"), fault.result);
+        Session session{server.port()};
+        addTag(session.device, 1, "ns=1;s=good", TagType::Bool);
+        addTag(session.device, 2, "ns=1;s=x", fault.tagType);
+        ASSERT_EQ("", session.connect());
+
+        EXPECT_EQ(fault.verifyError, session.verify());
+        EXPECT_EQ(fault.pullError, session.pull());
+        EXPECT_EQ(fault.pullError.empty() ? 1U : 0U, session.client.messages.size());
+    }
+}
+
+TEST(ProtocolHandlerTest, FailsTheReadWithStatusOfItsFirstTagOnly) {
+    OpcUaTestServer server;
+    UA_Int16 number = 7;
+    const auto value = scalar(number, UA_TYPES_INT16);
+    server.setResult(nodeNamed("x"), dataValue(&value, UA_STATUSCODE_UNCERTAINSUBNORMAL));
+    Session session{server.port()};
+    ASSERT_EQ("", session.connect());
+    EXPECT_EQ("BADNOTHINGTODO", session.pull()) << "a device without tags";
+
+    addTag(session.device, 1, "ns=1;s=x", TagType::Int16);
+    EXPECT_EQ("UNCERTAINSUBNORMAL", session.verify());
+    EXPECT_EQ("UNCERTAINSUBNORMAL", session.pull());
+    addTag(session.device, 2, "ns=1;s=missing", TagType::Int16);
+    std::swap(session.device.tags[0], session.device.tags[1]);
+    ASSERT_EQ("", session.device.parseDevice());
+    EXPECT_EQ("BADNODEIDUNKNOWN", session.pull());
+}
+
+TEST(ProtocolHandlerTest, LogsInAsTheDeviceSays) {
+    const OpcUaTestServer open;
+    const OpcUaTestServer guarded{{.username = "user", .password = "secret"}};
+    const struct {
+        const OpcUaTestServer& server;
+        std::string type;
+        std::string password;
+        std::string error;
+    } rows[]{
+        {open, "anonymous", "", ""},
+        {open, "certificate", "", ""},
+        {guarded, "username", "secret", ""},
+        {guarded, "username", "wrong", "Error: BADUSERACCESSDENIED"},
+        {guarded, "anonymous", "secret", "Error: BADIDENTITYTOKENREJECTED"},
+    };
+    for (const auto& row : rows) {
+        Session session{row.server.port()};
+        ASSERT_EQ("", session.device.setProtocolOption("authenticationtype", row.type));
+        ASSERT_EQ("", session.device.setProtocolOption("username", "user"));
+        ASSERT_EQ("", session.device.setProtocolOption("password", row.password));
+        EXPECT_EQ(row.error, session.connect()) << row.type;
+    }
+}
+
+TEST(ProtocolHandlerTest, RefusesWhatIsNoIpAddress) {
+    for (const auto* address : {"plc.local", "", "256.0.0.1", "1.2.3", "127.0.0.1 "}) {
+        Session session{4840, address};
+        EXPECT_EQ("Connection error: invalid ip address", session.connect()) << address;
+    }
+}
+
+TEST(ProtocolHandlerTest, ReadsFromItsAddressWhateverTheServerAdvertises) {
+    OpcUaTestServer server;
+    server.rewriteAnswers("127.0.0.1", "plc.local");
+    server.set<UA_Int16>("x", -5, UA_TYPES_INT16);
+    Session session{server.port()};
+    addTag(session.device, 2, "ns=1;s=x", TagType::Int16);
+
+    ASSERT_EQ("", session.connect());
+    ASSERT_EQ("", session.pull());
+
+    EXPECT_THAT(session.client.messages, testing::ElementsAre("2=-5\n"));
+}
+
+TEST(ProtocolHandlerTest, NoticesThatTheServerWasRestartedWithOtherTypes) {
+    auto server = std::make_unique<OpcUaTestServer>();
+    server->set<UA_Int16>("x", 1, UA_TYPES_INT16);
+    const auto port = server->port();
+    Session session{port};
+    addTag(session.device, 1, "ns=1;s=x", TagType::Int16);
+    ASSERT_EQ("", session.connect());
+    ASSERT_EQ("", session.pull());
+
+    server.reset();
+    server = std::make_unique<OpcUaTestServer>(OpcUaTestServer::Options{.port = port});
+    server->set<UA_Double>("x", 1, UA_TYPES_DOUBLE);
+
+    EXPECT_THAT(session.pull(), AnyOf("BADCONNECTIONCLOSED", "BADSECURECHANNELCLOSED"));
+    EXPECT_THAT(session.pull(), "BADNOTCONNECTED");
+    EXPECT_EQ(0, server->readCount());
+    session.handler.disconnect(session.device);
+    ASSERT_EQ("", session.connect());
+    EXPECT_EQ("Wrong type for tag: ns=1;s=x type should be double", session.verify());
+    EXPECT_EQ(1U, session.client.messages.size());
+}
+
+/// Wall-clock and processor time that a call takes.
+struct Cost {
+    explicit Cost(const std::function<void()>& call) {
+        const auto begin = std::chrono::steady_clock::now();
+        const auto cpuBegin = cpuTime();
+        call();
+        time = std::chrono::steady_clock::now() - begin;
+        cpu = cpuTime() - cpuBegin;
+    }
+    static std::chrono::nanoseconds cpuTime() {
+        timespec now{};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+        return std::chrono::seconds{now.tv_sec} + std::chrono::nanoseconds{now.tv_nsec};
+    }
+    std::chrono::nanoseconds time;
+    std::chrono::nanoseconds cpu;
+};
+
+using Over = std::function<bool()>;
+
+void staySilent(int /*socket*/, const Over& over) {
+    while (!over()) {
+        std::this_thread::sleep_for(5ms);
+    }
+}
+
+void echo(int socket, const Over& over) {
+    pollfd readable{.fd = socket, .events = POLLIN, .revents = 0};
+    char buffer[65536];
+    while (!over()) {
+        const auto size =
+            ::poll(&readable, 1, 5) == 1 ? ::recv(socket, buffer, sizeof buffer, 0) : 0;
+        ::send(socket, buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)), MSG_NOSIGNAL);
+    }
+}
+
+void dribble(int socket, const Over& over) {
+    const std::string_view acknowledge = "ACKF\x1C";
+    for (int i = 0; !over(); ++i) {
+        ::send(socket, &acknowledge[static_cast<std::size_t>(i / 200) % 5], i % 200 == 0,
+               MSG_NOSIGNAL);
+        std::this_thread::sleep_for(5ms);
+    }
+}
+
+void closeAtOnce(int /*socket*/, const Over& /*over*/) {}
+
+/// Plays one peer that speaks no OPC UA against one attempt to connect.
+void connectTo(void (*play)(int, const Over&), const std::string& error) {
+    const ScriptedPeer peer;
+    Session session{peer.port()};
+    std::string result;
+    auto attempt =
+        std::async(std::launch::async, [&] { return Cost{[&] { result = session.connect(); }}; });
+    const Over over = [&] { return attempt.wait_for(0s) == std::future_status::ready; };
+    int connections = 0;
+    while (!over()) {
+        if (peer.hasConnection(5ms)) {
+            ++connections;
+            play(peer.acceptSocket().get(), over);
+        }
+    }
+    const auto cost = attempt.get();
+    EXPECT_EQ(error, result);
+    EXPECT_LE(connections, 4);
+    EXPECT_LT(cost.time, 10s);
+    EXPECT_LT(cost.cpu, 1s);
+}
+
+TEST(ProtocolHandlerTest, GivesUpConnectingWhateverThePeerDoes) {
+    const struct {
+        void (*play)(int, const Over&);
+        std::string error;
+    } rows[]{
+        {staySilent, "Error: BADTIMEOUT"},
+        {echo, "Error: BADTCPMESSAGETYPEINVALID"},
+        {dribble, "Error: BADTIMEOUT"},
+        {closeAtOnce, "Error: BADNOTCONNECTED"},
+    };
+    std::vector<std::future<void>> attempts;
+    for (const auto& row : rows) {
+        attempts.push_back(std::async(std::launch::async, [&] { connectTo(row.play, row.error); }));
+    }
+}
+
+TEST(ProtocolHandlerTest, GivesUpReadingWhateverTheServerDoes) {
+    const struct {
+        std::function<void(OpcUaTestServer&)> fail;
+        std::string error;
+    } rows[]{
+        {[](auto& server) { server.fallSilent(); }, "BADTIMEOUT"},
+        {[](auto& server) { server.rewriteAnswers("MSGF", "HELF"); }, "BADTCPMESSAGETYPEINVALID"},
+    };
+    for (const auto& row : rows) {
+        OpcUaTestServer server;
+        server.set<UA_Int16>("x", 1, UA_TYPES_INT16);
+        Session session{server.port()};
+        addTag(session.device, 1, "ns=1;s=x", TagType::Int16);
+        ASSERT_EQ("", session.connect());
+        row.fail(server);
+        const Cost cost{[&] {
+            EXPECT_EQ(row.error, session.pull());
+            session.handler.disconnect(session.device);
+        }};
+        EXPECT_LT(cost.time, 10s);
+        EXPECT_LT(cost.cpu, 1s);
+    }
+}
+
+}  // namespace
+}  // namespace PullappOpcUa
