@@ -230,8 +230,8 @@ TEST_F(RunTest, StartsOverAfterAnException) {
         calls = std::make_shared<Calls>();
         handler = std::make_shared<ScriptedHandler>(calls);
         client = std::make_shared<RecordingPushClient>(calls);
-        handler->during = [&operation, times = 0](const std::string& called) mutable {
-            if (called == operation && times++ == 0) {
+        handler->during = [throwing = operation, times = 0](const std::string& called) mutable {
+            if (called == throwing && times++ == 0) {
                 throw std::runtime_error{"oops"};
             }
         };

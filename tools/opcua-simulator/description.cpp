@@ -13,7 +13,6 @@
 namespace OpcUaSimulator {
 namespace {
 
-using Orvik::PushInterface::TagType;
 using PullappOpcUa::Device;
 using PullappOpcUa::Tag;
 

@@ -14,7 +14,7 @@ constexpr std::size_t idWidth = 5;
 constexpr std::size_t typeWidth = 6;
 constexpr std::size_t ageWidth = 8;
 constexpr std::size_t updatesWidth = 9;
-constexpr std::size_t gaps = 5 * 2;
+constexpr std::size_t gaps = 5UL * 2;
 constexpr std::size_t fixedWidth = idWidth + typeWidth + ageWidth + updatesWidth + gaps;
 constexpr std::size_t usualValue = 20;
 

@@ -146,7 +146,8 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         }
     }
 
-    void handleResolve(const ConnectionPtr& connection, ErrorCode error, EndpointIterator first) {
+    void handleResolve(const ConnectionPtr& connection, ErrorCode error,
+                       const EndpointIterator& first) {
         if (connection != attempt_) {
             return;
         }
@@ -156,12 +157,12 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             notifyClientError("Address resolve error");
             return;
         }
-        connectNext(connection, std::move(first));
+        connectNext(connection, first);
     }
 
     // Connecting
 
-    void connectNext(const ConnectionPtr& connection, EndpointIterator next) {
+    void connectNext(const ConnectionPtr& connection, const EndpointIterator& next) {
         if (next == EndpointIterator{}) {
             attempt_.reset();
             notifyClientError("Could not connect to server");
@@ -179,12 +180,13 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
                                          });
     }
 
-    void handleConnect(const ConnectionPtr& connection, EndpointIterator rest, ErrorCode error) {
+    void handleConnect(const ConnectionPtr& connection, const EndpointIterator& rest,
+                       ErrorCode error) {
         if (connection != attempt_) {
             return;
         }
         if (error) {
-            connectNext(connection, std::move(rest));
+            connectNext(connection, rest);
             return;
         }
         attempt_.reset();
