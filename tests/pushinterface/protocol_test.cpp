@@ -22,7 +22,7 @@ TEST(ProtocolTest, SplitsLines) {
         {"HELO ", Message{"HELO", ""}},
         {"HELO a b ", Message{"HELO", "a b "}},
         {"INFO  x", Message{"INFO", " x"}},
-        {"abcd \0\r\xff"s, Message{"abcd", "\0\r\xff"s}},
+        {"abcd \0\r\xff"s, Message{"abcd", "\0\r\xff"sv}},
         {"    ", Message{"    ", ""}},
         {"HELOX", std::nullopt},
         {"HELO\r", std::nullopt},
