@@ -34,13 +34,13 @@ std::shared_ptr<Device> parse(const std::string& json, const std::string& origin
 }
 
 /// Int, Float, Double, Bool and String in turn.
-std::string mixedTags(std::uint32_t count) {
+std::string mixedTags(std::uint16_t count) {
     constexpr std::array<const char*, 5> types{R"("int","signed":true,"width":32)",
                                                R"("float","width":32)", R"("float","width":64)",
                                                R"("bool")", R"("string")"};
     std::ostringstream json;
     json << R"({"id":"","ipAddress":"","port":0,"pullDelay":1000,"tags":[)";
-    for (std::uint32_t i = 0; i < count; ++i) {
+    for (unsigned i = 0; i < count; ++i) {
         json << (i == 0 ? "" : ",") << R"({"address":"ns=1;i=)" << i + 1 << R"(","id":)" << i + 1
              << R"(,"type":)" << types.at(i % types.size()) << '}';
     }

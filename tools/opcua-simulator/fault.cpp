@@ -15,14 +15,16 @@ namespace OpcUaSimulator {
 
 bool Fault::isActive(Seconds now) const noexcept {
     const auto since = now - begin;
-    if (since < Seconds{0} || length == Seconds{0}) {
-        return since >= Seconds{0};
+    if (since < every) {
+        return false;  // so that a good value is seen before
     }
-    if (every == Seconds{0}) {
-        return since < length;
-    }
-    // The first occurrence is one period after the start, so that a good value is seen before
-    return since >= every && std::fmod(since.count(), every.count()) < length.count();
+    const auto sinceLast =
+        every == Seconds{0} ? since : Seconds{std::fmod(since.count(), every.count())};
+    return length == Seconds{0} || sinceLast < length;
+}
+
+bool Fault::isOver(Seconds now) const noexcept {
+    return every == Seconds{0} && length != Seconds{0} && now - begin >= length;
 }
 
 FaultKind faultKind(std::string_view name) {

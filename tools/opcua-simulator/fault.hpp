@@ -21,6 +21,7 @@ struct Fault {
     Seconds length{0};  ///< of each occurrence; 0 for ever
 
     [[nodiscard]] bool isActive(Seconds now) const noexcept;
+    [[nodiscard]] bool isOver(Seconds now) const noexcept;
 };
 
 /// @throws std::runtime_error if there is no such kind

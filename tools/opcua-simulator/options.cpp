@@ -29,7 +29,7 @@ constexpr auto explanation = R"(
 Faults: bad-status, no-value, other-type, null-string, array, long-text.
 
 Commands, one per line of the standard input:
-  fault KIND NODEID SECONDS   put a fault into effect now
+  fault KIND NODEID SECONDS   put a fault into effect now; 0 for good
   silence SECONDS             answer nothing for a while
   stats                       print what was served so far
 
@@ -55,10 +55,13 @@ po::options_description describeOptions() {
     add("port-file", text("FILE"), "write the port to this file too");
     add("user", text("NAME"), "let in this user only; default: everybody, without log-in");
     add("password", text("TEXT"), "the user's password");
-    add("advertise", text("HOST"), "name this host in the endpoints instead of the address");
+    add("advertise", text("HOST"),
+        "name this host, no longer than the address, in the endpoints instead of it");
     add("max-sessions", text("N"), "refuse more sessions; default: 1000");
-    add("session-timeout", text("S"), "grant sessions at most S seconds without a request");
-    add("channel-lifetime", text("S"), "grant channels at most S seconds until their renewal");
+    add("session-timeout", text("S"),
+        "let sessions live at most S seconds without a request; default: 3600");
+    add("channel-lifetime", text("S"),
+        "let channels live at most S seconds without renewal; default: 600");
     add("fault", po::value<std::vector<std::string>>()->value_name("FAULT"),
         "KIND@NODEID: always; KIND:EVERY:FOR@NODEID: every so many seconds, for so many; may be "
         "given more than once");
@@ -86,16 +89,23 @@ void take(const po::variables_map& values, const std::string& name, std::string&
 }
 
 void check(const Options& options) {
+    const auto refuse = [](const std::string& what) { throw std::runtime_error{what}; };
     if (options.description.empty() == (options.tags == 0)) {
-        throw std::runtime_error{"give either --description or --tags"};
-    }
-    if (options.tags > std::numeric_limits<std::uint16_t>::max()) {
-        throw std::runtime_error{"--tags takes at most 65535"};
+        refuse("give either --description or --tags");
     }
     boost::system::error_code error;
     boost::asio::ip::make_address(options.listen, error);
     if (error) {
-        throw std::runtime_error{"--listen takes an IP address, not '" + options.listen + "'"};
+        refuse("--listen takes an IP address, not '" + options.listen + "'");
+    }
+    if (options.advertise.size() > options.listen.size()) {
+        refuse("--advertise takes a host no longer than the address " + options.listen);
+    }
+    if (options.user.empty() && !options.password.empty()) {
+        refuse("--password needs --user");
+    }
+    if (options.maxSessions == 0 || options.sessionTimeout == 0 || options.channelLifetime == 0) {
+        refuse("--max-sessions, --session-timeout and --channel-lifetime take at least 1");
     }
 }
 

@@ -15,16 +15,16 @@ struct Options {
     std::uint16_t port = 0;  ///< 0 lets the system choose
     std::string portFile;
     std::string description;       ///< file; empty if tags are made up
-    std::uint32_t tags = 0;        ///< how many to make up
+    std::uint16_t tags = 0;        ///< how many to make up
     std::string writeDescription;  ///< file
     std::string deviceId = "0123456789AB";
     std::optional<std::uint16_t> pullDelay;  ///< milliseconds, for the written description
     std::string user;                        ///< empty lets everybody in
     std::string password;
-    std::string advertise;  ///< host name in the endpoint URLs; empty for the address
+    std::string advertise;  ///< host in the endpoint URLs; empty for the address
     std::uint16_t maxSessions = 1000;
-    std::uint32_t sessionTimeout = 3600;  ///< seconds
-    std::uint32_t channelLifetime = 600;  ///< seconds
+    std::uint16_t sessionTimeout = 3600;  ///< seconds
+    std::uint16_t channelLifetime = 600;  ///< seconds
     std::vector<Fault> faults;
     bool verbose = false;
 };

@@ -4,17 +4,19 @@
 #include "opcua/status_code_name.hpp"
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
 #include <poll.h>
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+
 #include <open62541/plugin/accesscontrol_default.h>
 #include <open62541/plugin/log_stdout.h>
 #include <open62541/server_config_default.h>
-
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 
 namespace OpcUaSimulator {
 namespace {
@@ -25,15 +27,31 @@ void require(UA_StatusCode status, const std::string& what) {
     }
 }
 
-/// A port that is free now: the stack must know its port to advertise it.
-std::uint16_t freePort(const std::string& address) {
-    using boost::asio::ip::tcp;
-    boost::asio::io_context loop;
-    return tcp::acceptor{loop, {boost::asio::ip::make_address(address), 0}}.local_endpoint().port();
+/// "opc.tcp://HOST:PORT", an IPv6 address in brackets.
+std::string urlOf(const std::string& host, std::uint16_t port) {
+    const bool isIpv6 = host.find(':') != std::string::npos;
+    return "opc.tcp://" + (isIpv6 ? '[' + host + ']' : host) + ':' + std::to_string(port);
 }
 
-void logToStandardError(void* /*context*/, UA_LogLevel /*level*/, UA_LogCategory /*category*/,
+/// Binds a port, without listening, so that it is known and nobody else takes it before the stack.
+void reserve(boost::asio::ip::tcp::acceptor& acceptor, const Options& options) {
+    const boost::asio::ip::tcp::endpoint endpoint{boost::asio::ip::make_address(options.listen),
+                                                  options.port};
+    boost::system::error_code error;
+    acceptor.open(endpoint.protocol());
+    acceptor.set_option(boost::asio::socket_base::reuse_address{true});
+    acceptor.bind(endpoint, error);
+    if (error) {
+        throw std::runtime_error{"cannot listen on " + options.listen + ":" +
+                                 std::to_string(options.port) + ": " + error.message()};
+    }
+}
+
+void logToStandardError(void* /*context*/, UA_LogLevel level, UA_LogCategory /*category*/,
                         const char* text, va_list arguments) {
+    if (level < UA_LOGLEVEL_INFO) {
+        return;
+    }
     std::vfprintf(stderr, text, arguments);
     std::fputc('\n', stderr);
 }
@@ -51,8 +69,11 @@ void setText(UA_String& target, const std::string& text) {
 
 }  // namespace
 
-Server::Server(const Options& options, const PullappOpcUa::Device& device)
-    : port_{options.port != 0 ? options.port : freePort(options.listen)} {
+Server::Server(const Options& options, const PullappOpcUa::Device& device) {
+    boost::asio::io_context loop;
+    boost::asio::ip::tcp::acceptor reserved{loop};
+    reserve(reserved, options);
+    port_ = reserved.local_endpoint().port();
     UA_ServerConfig config{};
     config.logging = options.verbose ? &verboseLogger : &quietLogger;
     require(UA_ServerConfig_setMinimal(&config, port_, nullptr), "cannot configure the server");
@@ -65,30 +86,23 @@ Server::Server(const Options& options, const PullappOpcUa::Device& device)
     for (const auto& fault : options.faults) {
         add(fault);
     }
-    require(UA_Server_run_startup(server_.get()),
-            "cannot listen on " + options.listen + ":" + std::to_string(port_));
+    require(UA_Server_run_startup(server_.get()), "cannot start the server");
+    counters_ = {};  // the stack reads a new variable to check its type
 }
 
 void Server::configure(UA_ServerConfig& config, const Options& options) {
     config.context = this;
-    const auto host = options.advertise.empty() ? options.listen : options.advertise;
-    setText(config.serverUrls[0], "opc.tcp://" + options.listen + ":" + std::to_string(port_));
+    setText(config.serverUrls[0], urlOf(options.listen, port_));
+    sent_.watch(*config.eventLoop);
     if (!options.advertise.empty()) {
-        const auto url = "opc.tcp://" + host + ":" + std::to_string(port_);
-        for (std::size_t i = 0; i < config.endpointsSize; ++i) {
-            setText(config.endpoints[i].endpointUrl, url);
-        }
-        config.applicationDescription.discoveryUrls =
-            static_cast<UA_String*>(UA_Array_new(1, &UA_TYPES[UA_TYPES_STRING]));
-        config.applicationDescription.discoveryUrlsSize = 1;
-        config.applicationDescription.discoveryUrls[0] = UA_STRING_ALLOC(url.c_str());
+        sent_.replace(urlOf(options.listen, port_), urlOf(options.advertise, port_));
     }
     config.tcpReuseAddr = true;
     config.allowNonePolicyPassword = true;
     config.maxSessions = options.maxSessions;
     config.maxSecureChannels = static_cast<UA_UInt16>(std::max<int>(options.maxSessions, 100) + 10);
     config.maxSessionTimeout = options.sessionTimeout * 1000.0;
-    config.maxSecurityTokenLifetime = options.channelLifetime * 1000;
+    config.maxSecurityTokenLifetime = options.channelLifetime * 1000U;
     if (!options.user.empty()) {
         const UA_UsernamePasswordLogin logIn{
             UA_STRING(const_cast<char*>(options.user.c_str())),
@@ -101,15 +115,16 @@ void Server::configure(UA_ServerConfig& config, const Options& options) {
 void Server::addVariables(const PullappOpcUa::Device& device) {
     for (std::size_t i = 0; i < device.tags.size(); ++i) {
         const auto& nodeId = device.readRequest.nodesToRead[i].nodeId;
-        for (std::size_t count = 0; count <= nodeId.namespaceIndex;) {
-            const auto uri = "urn:opcua-simulator:" + std::to_string(count);
-            count = UA_Server_addNamespace(server_.get(), uri.c_str()) + std::size_t{1};
-            if (count > nodeId.namespaceIndex) {
-                break;
-            }
-        }
+        addNamespacesUpTo(nodeId.namespaceIndex);
         variables_.push_back(std::make_unique<Variable>(device.tags[i], i, counters_));
         addVariable(*variables_.back(), nodeId);
+    }
+}
+
+void Server::addNamespacesUpTo(std::size_t index) {
+    for (; namespaces_ <= index; ++namespaces_) {
+        const auto uri = "urn:opcua-simulator:" + std::to_string(namespaces_);
+        UA_Server_addNamespace(server_.get(), uri.c_str());
     }
 }
 
@@ -120,13 +135,15 @@ void Server::addVariable(Variable& variable, const UA_NodeId& nodeId) {
     attributes.dataType = UA_TYPES[UA_TYPES_VARIANT].typeId;  // faults change the type
     attributes.valueRank = UA_VALUERANK_ANY;
     attributes.accessLevel = UA_ACCESSLEVELMASK_READ;
-    require(UA_Server_addDataSourceVariableNode(
-                server_.get(), nodeId, UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER),
-                UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
-                UA_QUALIFIEDNAME(nodeId.namespaceIndex, address.data()),
-                UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attributes, {read, nullptr},
-                &variable, nullptr),
-            "cannot serve " + address);
+    const auto status = UA_Server_addDataSourceVariableNode(
+        server_.get(), nodeId, UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER),
+        UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
+        UA_QUALIFIEDNAME(nodeId.namespaceIndex, address.data()),
+        UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attributes, {read, nullptr}, &variable,
+        nullptr);
+    if (status != UA_STATUSCODE_BADNODEIDEXISTS) {  // two tags may share a node
+        require(status, "cannot serve " + address);
+    }
 }
 
 UA_StatusCode Server::read(UA_Server* server, const UA_NodeId* /*sessionId*/,
@@ -134,18 +151,18 @@ UA_StatusCode Server::read(UA_Server* server, const UA_NodeId* /*sessionId*/,
                            UA_Boolean /*includeSourceTimeStamp*/, const UA_NumericRange* /*range*/,
                            UA_DataValue* value) {
     const auto& self = *static_cast<Server*>(UA_Server_getConfig(server)->context);
-    static_cast<Variable*>(nodeContext)->read(self.now(), *value);
-    return UA_STATUSCODE_GOOD;
+    return static_cast<Variable*>(nodeContext)->read(self.now(), *value);
 }
 
 void Server::iterate() {
-    const auto silent =
-        std::chrono::ceil<std::chrono::milliseconds>(silentUntil_ - Clock::now()).count();
-    if (silent > 0) {
-        constexpr std::int64_t longest = 200;
-        ::poll(nullptr, 0, static_cast<int>(std::min<std::int64_t>(silent, longest)));
+    using std::chrono::milliseconds;
+    constexpr milliseconds longestWait{50};
+    const auto silent = std::chrono::ceil<milliseconds>(silentUntil_ - Clock::now());
+    if (silent > milliseconds::zero()) {
+        ::poll(nullptr, 0, static_cast<int>(std::min(silent, longestWait).count()));
     } else {
-        UA_Server_run_iterate(server_.get(), true);
+        auto* const loop = UA_Server_getConfig(server_.get())->eventLoop;
+        loop->run(loop, static_cast<UA_UInt32>(longestWait.count()));
     }
 }
 
@@ -166,10 +183,11 @@ void Server::add(const Fault& fault) {
 
 std::string Server::statistics() const {
     const auto sessions = UA_Server_getStatistics(server_.get()).ss;
-    const auto reads = variables_.empty() ? 0 : counters_.values / variables_.size();
-    return "reads " + std::to_string(reads) + ", values " + std::to_string(counters_.values) +
-           ", sessions opened " + std::to_string(sessions.cumulatedSessionCount) +
-           ", sessions alive " + std::to_string(sessions.currentSessionCount);
+    return "reads " + std::to_string(sent_.reads()) + ", values " +
+           std::to_string(counters_.values) + ", sessions refused " +
+           std::to_string(sessions.rejectedSessionCount) + ", sessions opened " +
+           std::to_string(sessions.cumulatedSessionCount) + ", sessions alive " +
+           std::to_string(sessions.currentSessionCount);
 }
 
 }  // namespace OpcUaSimulator

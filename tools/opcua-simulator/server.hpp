@@ -2,6 +2,7 @@
 #pragma once
 
 #include "opcua-simulator/options.hpp"
+#include "opcua-simulator/sent_messages.hpp"
 #include "opcua-simulator/variable.hpp"
 #include "opcua/device.hpp"
 
@@ -31,7 +32,7 @@ class Server {
 
     [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
 
-    /// Waits a little for requests and answers them; returns early on a signal.
+    /// Waits for requests, at most 50 ms, and answers them; returns early on a signal.
     void iterate();
 
     /// Answers nothing for a while.
@@ -41,7 +42,7 @@ class Server {
     /// variable
     void begin(Fault fault);
 
-    /// One line: values read, sessions opened and alive.
+    /// One line: Read requests answered, values read, sessions refused, opened and alive.
     [[nodiscard]] std::string statistics() const;
 
   private:
@@ -49,6 +50,7 @@ class Server {
 
     void configure(UA_ServerConfig& config, const Options& options);
     void addVariables(const PullappOpcUa::Device& device);
+    void addNamespacesUpTo(std::size_t index);
     void addVariable(Variable& variable, const UA_NodeId& nodeId);
     void add(const Fault& fault);
     [[nodiscard]] Seconds now() const { return Clock::now() - start_; }
@@ -63,6 +65,8 @@ class Server {
     Clock::time_point start_ = Clock::now();
     Clock::time_point silentUntil_ = start_;
     std::uint16_t port_ = 0;
+    std::size_t namespaces_ = 2;  ///< the standard's and the server's own
+    SentMessages sent_;           ///< outlives the server
     Counters counters_;
     std::vector<std::unique_ptr<Variable>> variables_;
     std::unique_ptr<UA_Server, ServerDeleter> server_;

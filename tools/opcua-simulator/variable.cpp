@@ -35,16 +35,20 @@ double sine(double seconds) {
 
 }  // namespace
 
-void Variable::read(Seconds now, UA_DataValue& result) {
+void Variable::add(const Fault& fault) {
+    std::erase_if(faults_, [&](const Fault& earlier) { return earlier.isOver(fault.begin); });
+    faults_.insert(faults_.begin(), fault);
+}
+
+UA_StatusCode Variable::read(Seconds now, UA_DataValue& result) {
     ++counters_.values;
+    move(now);
     const auto fault = std::ranges::find_if(
         faults_, [now](const Fault& candidate) { return candidate.isActive(now); });
-    move(now);
-    result.hasValue = true;
-    refer(result, value_, type());
     if (fault != faults_.end()) {
-        fail(fault->kind, result);
+        return fail(fault->kind, result);
     }
+    return refer(result, value_, type());
 }
 
 void Variable::move(Seconds now) {
@@ -86,17 +90,13 @@ void Variable::moveText(double seconds) {
     std::memcpy(value_, &string_, sizeof string_);
 }
 
-void Variable::fail(FaultKind kind, UA_DataValue& result) {
+UA_StatusCode Variable::fail(FaultKind kind, UA_DataValue& result) {
     constexpr std::size_t longText = 1'000'000;
     switch (kind) {
         case FaultKind::BadStatus:
-            result.hasStatus = true;
-            result.status = UA_STATUSCODE_BADDEVICEFAILURE;
-            result.hasValue = false;
-            return;
+            return UA_STATUSCODE_BADDEVICEFAILURE;
         case FaultKind::NoValue:
-            result.hasValue = false;
-            return;
+            return UA_STATUSCODE_GOODNODATA;
         case FaultKind::OtherType:
             store(value_, std::int64_t{1});
             return refer(result, value_,
@@ -105,18 +105,22 @@ void Variable::fail(FaultKind kind, UA_DataValue& result) {
             string_ = {0, nullptr};
             return refer(result, &string_, UA_TYPES_STRING);
         case FaultKind::Array:
-            result.value.arrayLength = tag_->tagType == TagType::String ? 1 : 2;
-            return;
+            return refer(result, value_, type(), tag_->tagType == TagType::String ? 1 : 2);
         case FaultKind::LongText:
             text_.assign(longText, 'x');
             string_ = {text_.size(), reinterpret_cast<UA_Byte*>(text_.data())};
             return refer(result, &string_, UA_TYPES_STRING);
     }
+    return UA_STATUSCODE_BADINTERNALERROR;
 }
 
-void Variable::refer(UA_DataValue& result, const void* data, std::size_t type) const {
+UA_StatusCode Variable::refer(UA_DataValue& result, const void* data, std::size_t type,
+                              std::size_t arrayLength) {
     UA_Variant_setScalar(&result.value, const_cast<void*>(data), &UA_TYPES[type]);
+    result.value.arrayLength = arrayLength;
     result.value.storageType = UA_VARIANT_DATA_NODELETE;
+    result.hasValue = true;
+    return UA_STATUSCODE_GOOD;
 }
 
 std::size_t Variable::type() const noexcept {

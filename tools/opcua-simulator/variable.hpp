@@ -32,16 +32,19 @@ class Variable {
         : tag_{std::move(tag)}, index_{index}, counters_{counters} {}
 
     [[nodiscard]] const PullappOpcUa::Tag& tag() const noexcept { return *tag_; }
-    void add(const Fault& fault) { faults_.push_back(fault); }
 
-    /// Fills in the value at a time since the server's start.
-    void read(Seconds now, UA_DataValue& result);
+    /// Puts a fault before all others, and forgets those that are over when it begins.
+    void add(const Fault& fault);
+
+    /// Fills in the value at a time since the server's start, if there is one.
+    [[nodiscard]] UA_StatusCode read(Seconds now, UA_DataValue& result);
 
   private:
     void move(Seconds now);
     void moveText(double seconds);
-    void fail(FaultKind kind, UA_DataValue& result);
-    void refer(UA_DataValue& result, const void* data, std::size_t type) const;
+    UA_StatusCode fail(FaultKind kind, UA_DataValue& result);
+    static UA_StatusCode refer(UA_DataValue& result, const void* data, std::size_t type,
+                               std::size_t arrayLength = 0);
     [[nodiscard]] std::size_t type() const noexcept;
 
     std::shared_ptr<const PullappOpcUa::Tag> tag_;
