@@ -10,7 +10,7 @@
 namespace {
 
 using namespace Orvik::PushInterface;
-using namespace std::string_literals;
+using namespace std::literals;
 
 TEST(ProtocolTest, SplitsLines) {
     struct Case {
