@@ -12,6 +12,7 @@
 #include <deque>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -78,9 +79,8 @@ class OpcUaTestServer {
     OpcUaTestServer() : OpcUaTestServer{Options{}} {}
     explicit OpcUaTestServer(Options options) : options_{std::move(options)} {
         const auto reserved = reservePort();
-        std::promise<UA_StatusCode> started;
-        thread_ = std::thread{[&] { serve(started); }};
-        EXPECT_EQ(UA_STATUSCODE_GOOD, started.get_future().get());
+        thread_ = std::thread{[this] { serve(); }};
+        run([](UA_Server&) {});  // returns when the server listens
     }
     ~OpcUaTestServer() {
         stopped_ = true;
@@ -105,11 +105,10 @@ class OpcUaTestServer {
     }
 
     /// Gives a variable its value, of whatever type; makes the variable if it is not there.
-    void set(const UA_NodeId& id, const UA_Variant& value) { setResult(id, dataValue(&value)); }
-
     template <typename T>
     void set(std::string_view name, T value, std::size_t type) {
-        set(nodeNamed(name), scalar(value, type));
+        const auto variant = scalar(value, type);
+        setResult(nodeNamed(name), dataValue(&variant));
     }
 
     /// The same with a status, or without a value.
@@ -119,15 +118,12 @@ class OpcUaTestServer {
 
     /// Does many things at once on the server's thread.
     void run(const std::function<void(UA_Server&)>& job) {
-        std::promise<void> done;
+        const auto task = std::make_shared<std::packaged_task<void()>>([&] { job(*server_); });
         {
             const std::lock_guard lock{mutex_};
-            jobs_.push_back([&] {
-                job(*server_);
-                done.set_value();
-            });
+            jobs_.push_back(task);
         }
-        done.get_future().wait();
+        task->get_future().wait();
     }
 
     /// In a job: what `setResult` does.
@@ -158,14 +154,14 @@ class OpcUaTestServer {
         return socket;
     }
 
-    void serve(std::promise<UA_StatusCode>& started) {
+    void serve() {
         current_ = this;
         UA_ServerConfig config{};
         configure(config);
         server_ = UA_Server_newWithConfig(&config);
         auto* const loop = UA_Server_getConfig(server_)->eventLoop;
         interceptSending(*loop);
-        started.set_value(UA_Server_run_startup(server_));
+        EXPECT_EQ(UA_STATUSCODE_GOOD, UA_Server_run_startup(server_));
         while (!stopped_) {
             runJobs();
             if (silent_) {
@@ -218,13 +214,13 @@ class OpcUaTestServer {
     }
 
     void runJobs() {
-        std::vector<std::function<void()>> jobs;
+        decltype(jobs_) jobs;
         {
             const std::lock_guard lock{mutex_};
             jobs.swap(jobs_);
         }
         for (const auto& job : jobs) {
-            job();
+            (*job)();
         }
     }
 
@@ -270,7 +266,7 @@ class OpcUaTestServer {
     std::pair<std::string, std::string> rewriting_;
     std::atomic<bool> stopped_ = false;
     std::mutex mutex_;
-    std::vector<std::function<void()>> jobs_;
+    std::vector<std::shared_ptr<std::packaged_task<void()>>> jobs_;
     std::deque<UA_DataValue> values_;  // the nodes point to them
     std::uint16_t port_ = 0;
     std::thread thread_;
