@@ -88,7 +88,8 @@ class Daemon {
   public:
     explicit Daemon(std::uint16_t stewardPort, std::vector<std::string> more = {})
         : process_{arguments(stewardPort, std::move(more)),
-                   {"SYSLOG_CAPTURE=" + log_.path(), "LD_PRELOAD=" DAEMON_PRELOAD_PATH}} {}
+                   {"SYSLOG_CAPTURE=" + log_.path(), "LD_PRELOAD=" DAEMON_PRELOAD_PATH,
+                    sanitizerOptions()}} {}
 
     [[nodiscard]] const CapturedLog& log() const { return log_; }
     [[nodiscard]] Process& process() { return process_; }
@@ -105,6 +106,12 @@ class Daemon {
                                         "--steward-port=" + std::to_string(port)};
         result.insert(result.end(), more.begin(), more.end());
         return result;
+    }
+
+    /// The address sanitizer wants to be loaded first, or to be told that it is not.
+    static std::string sanitizerOptions() {
+        const char* inherited = std::getenv("ASAN_OPTIONS");
+        return "ASAN_OPTIONS=verify_asan_link_order=0:" + std::string{inherited ? inherited : ""};
     }
 
     CapturedLog log_;
