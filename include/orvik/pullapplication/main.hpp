@@ -32,12 +32,12 @@ concept DescriptionParser = requires(const std::string& info, std::shared_ptr<De
 /// The connection to the push interface, as the application drives it.
 template <typename Client>
 concept PushClient = std::constructible_from<Client, PushInterface::ClientHandler*> &&
-                     requires(Client client, const std::string& text, std::uint32_t port) {
-                         client.setDevice(text, text);
-                         client.connect(text, port, 10);  // reconnect delay in seconds
-                         client.disconnect();
-                         client.run();  // the client thread's body
-                     };
+    requires(Client client, const std::string& text, std::uint32_t port) {
+    client.setDevice(text, text);
+    client.connect(text, port, 10);  // reconnect delay in seconds
+    client.disconnect();
+    client.run();  // the client thread's body
+};
 
 /**
  * The application: reads the command line, runs the push interface client on a thread of its own,
@@ -47,8 +47,8 @@ concept PushClient = std::constructible_from<Client, PushInterface::ClientHandle
  * data source is joined, which never waits for that thread.
  */
 template <typename ProtocolHandler, typename InfoParser, typename PushInterfaceClient>
-    requires DescriptionParser<InfoParser, typename ProtocolHandler::DeviceType> &&
-             PushClient<PushInterfaceClient>
+requires DescriptionParser<InfoParser, typename ProtocolHandler::DeviceType> &&
+    PushClient<PushInterfaceClient>
 class Main final : public PushInterface::ClientHandler {
   public:
     Main() : client_{std::make_shared<PushInterfaceClient>(this)} {}
