@@ -41,7 +41,7 @@ void SentMessages::inspect(char* data, std::size_t size) {
     if (url_.empty()) {
         return;
     }
-    for (auto at = message.find(url_); at != message.npos; at = message.find(url_, at)) {
+    for (auto at = message.find(url_); at != std::string_view::npos; at = message.find(url_, at)) {
         replacement_.copy(data + at, replacement_.size());
     }
 }

@@ -151,12 +151,16 @@ UA_StatusCode Server::read(UA_Server* server, const UA_NodeId* /*sessionId*/,
                            UA_Boolean /*includeSourceTimeStamp*/, const UA_NumericRange* /*range*/,
                            UA_DataValue* value) {
     const auto& self = *static_cast<Server*>(UA_Server_getConfig(server)->context);
-    return static_cast<Variable*>(nodeContext)->read(self.now(), *value);
+    value->hasSourceTimestamp = true;
+    value->sourceTimestamp = self.wallClock_;
+    return static_cast<Variable*>(nodeContext)->read(self.now_, *value);
 }
 
 void Server::iterate() {
     using std::chrono::milliseconds;
     constexpr milliseconds longestWait{50};
+    now_ = Clock::now() - start_;
+    wallClock_ = UA_DateTime_now();
     const auto silent = std::chrono::ceil<milliseconds>(silentUntil_ - Clock::now());
     if (silent > milliseconds::zero()) {
         ::poll(nullptr, 0, static_cast<int>(std::min(silent, longestWait).count()));
@@ -167,7 +171,7 @@ void Server::iterate() {
 }
 
 void Server::begin(Fault fault) {
-    fault.begin = now();
+    fault.begin = now_;
     add(fault);
 }
 

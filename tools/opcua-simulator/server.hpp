@@ -53,7 +53,6 @@ class Server {
     void addNamespacesUpTo(std::size_t index);
     void addVariable(Variable& variable, const UA_NodeId& nodeId);
     void add(const Fault& fault);
-    [[nodiscard]] Seconds now() const { return Clock::now() - start_; }
     [[nodiscard]] static Clock::duration cast(Seconds seconds) {
         return std::chrono::duration_cast<Clock::duration>(seconds);
     }
@@ -64,6 +63,8 @@ class Server {
 
     Clock::time_point start_ = Clock::now();
     Clock::time_point silentUntil_ = start_;
+    Seconds now_{0};  ///< of all that one iteration serves, since a clock per value is dear
+    UA_DateTime wallClock_ = UA_DateTime_now();  ///< the same
     std::uint16_t port_ = 0;
     std::size_t namespaces_ = 2;  ///< the standard's and the server's own
     SentMessages sent_;           ///< outlives the server
