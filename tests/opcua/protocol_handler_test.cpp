@@ -184,6 +184,28 @@ TEST(ProtocolHandlerTest, FailsTheReadWithStatusOfItsFirstTagOnly) {
     EXPECT_EQ("BADNOTHINGTODO", session.pull());
 }
 
+TEST(ProtocolHandlerTest, RefusesAnotherNumberOfResults) {
+    using namespace std::string_literals;
+    // As encoded: count, results, and no diagnostics; or none of one and zeros of the other
+    const auto byte = "\x05\x03\x07"s + std::string(8, '\0');
+    const auto two = "\x02\0\0\0"s + byte + byte + "\xFF\xFF\xFF\xFF";
+    const auto one = "\x01\0\0\0\x01\x0C\x10\0\0\0"s + std::string(16, 'x') + "\xFF\xFF\xFF\xFF";
+    const auto none = "\0\0\0\0\x16\0\0\0"s + std::string(22, '\0');
+    for (const auto& results : {two, one, none}) {
+        OpcUaTestServer server;
+        server.set<UA_Byte>("x", 7, UA_TYPES_BYTE);
+        Session session{server.port()};
+        addTag(session.device, 1, "ns=1;s=x", TagType::UInt8);
+        addTag(session.device, 2, "ns=1;s=x", TagType::UInt8);
+        ASSERT_EQ("", session.connect());
+
+        server.rewriteAnswers(two, results);
+        const auto* expected = results == two ? "" : "BADUNEXPECTEDERROR";
+        EXPECT_EQ(expected, session.verify());
+        EXPECT_EQ(expected, session.pull());
+    }
+}
+
 TEST(ProtocolHandlerTest, LogsInAsTheDeviceSays) {
     const OpcUaTestServer open;
     const OpcUaTestServer guarded{{.username = "user", .password = "secret"}};

@@ -50,7 +50,7 @@ template <typename T>
     return variant;
 }
 
-/// What a Read finds; a null value for none.
+/// What a Read finds, at time 0; a null value for none.
 [[nodiscard]] inline UA_DataValue dataValue(const UA_Variant* value,
                                             UA_StatusCode status = UA_STATUSCODE_GOOD) {
     UA_DataValue result;
@@ -59,6 +59,7 @@ template <typename T>
     result.value = value != nullptr ? *value : UA_Variant{};
     result.hasStatus = status != UA_STATUSCODE_GOOD;
     result.status = status;
+    result.hasSourceTimestamp = true;
     return result;
 }
 
