@@ -15,7 +15,6 @@
 #include <boost/asio/ip/tcp.hpp>
 
 #include <open62541/plugin/accesscontrol_default.h>
-#include <open62541/plugin/log_stdout.h>
 #include <open62541/server_config_default.h>
 
 namespace OpcUaSimulator {
@@ -100,7 +99,8 @@ void Server::configure(UA_ServerConfig& config, const Options& options) {
     config.tcpReuseAddr = true;
     config.allowNonePolicyPassword = true;
     config.maxSessions = options.maxSessions;
-    config.maxSecureChannels = static_cast<UA_UInt16>(std::max<int>(options.maxSessions, 100) + 10);
+    config.maxSecureChannels =
+        static_cast<UA_UInt16>(std::clamp<int>(options.maxSessions + 10, 100, UA_UINT16_MAX));
     config.maxSessionTimeout = options.sessionTimeout * 1000.0;
     config.maxSecurityTokenLifetime = options.channelLifetime * 1000U;
     if (!options.user.empty()) {
