@@ -4,7 +4,10 @@
 #include "support/recording_client_handler.hpp"
 #include "support/scripted_peer.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <future>
 #include <mutex>
 #include <stdexcept>
@@ -40,7 +43,7 @@ class SlowLookUp {
     }
     static void awaitLookUp() {
         std::unique_lock lock{mutex};
-        changed.wait(lock, [] { return waiting > 0; });
+        EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds{20}, [] { return waiting > 0; }));
     }
 
   private:
@@ -374,9 +377,12 @@ TEST_F(ClientTest, EndsWhileLookingUpAName) {
 TEST_F(ClientTest, EndsWhileConnecting) {
     const UnansweringPeer unanswering;
     client.connect(unanswering.port(), 1);
+    client->write("x");
+    const auto refused = "onClientError: Cannot write without an active connection";
+    ASSERT_TRUE(handler.await(refused));  // reported in turn, so the attempt has begun
     client->disconnect();
     EXPECT_TRUE(client.ends());
-    EXPECT_TRUE(handler.events().empty());
+    EXPECT_THAT(handler.events(), ElementsAre(refused));
 }
 
 TEST_F(ClientTest, EndsWhileWaitingToReconnect) {
@@ -395,6 +401,15 @@ TEST_F(ClientTest, EndsAlthoughALostConnectionStillHasLinesToWrite) {
     ASSERT_TRUE(handler.await("onDisconnected"));
     client->disconnect();
     EXPECT_TRUE(client.ends());
+}
+
+TEST_F(ClientTest, ALostConnectionIsClosedWhenTheNextIsThere) {
+    auto lost = logOn(1);
+    client->write(std::string(32 << 20, 'x'));
+    lost.shutdownSending();
+    auto next = peer.accept();
+    EXPECT_EQ("<closed>", lost.readLine());
+    logOff(next);
 }
 
 TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {

@@ -49,10 +49,13 @@ class Client {
 
     /// Leaves the current server and connects to another. @param reconnectDelay seconds; none if 0
     void connect(const std::string& host, std::uint32_t port, std::int32_t reconnectDelay) {
-        disconnect();
-        state_->post([=, state = state_.get()] { state->setServer(host, port); });
-        state_->post([=, state = state_.get()] { state->setReconnectDelay(reconnectDelay); });
-        state_->post([state = state_.get()] { state->connect(); });
+        // As one piece of work: between a disconnect and what follows nothing might be pending, and
+        // `run` would end
+        state_->post([=, state = state_.get()] {
+            state->disconnect();
+            state->setServer(host, port, reconnectDelay);
+            state->connect();
+        });
     }
 
     /// Logs off and ends all reconnecting; the server then closes the connection.

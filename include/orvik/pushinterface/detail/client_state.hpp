@@ -69,12 +69,11 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         }
     }
 
-    void setServer(std::string host, std::uint32_t port) {
+    void setServer(std::string host, std::uint32_t port, std::int32_t reconnectDelay) {
         host_ = std::move(host);
         port_ = port;
+        reconnectDelay_ = reconnectDelay;
     }
-
-    void setReconnectDelay(std::int32_t delay) { reconnectDelay_ = delay; }
 
     void disconnect() {
         autoReconnect_ = false;
