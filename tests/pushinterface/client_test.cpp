@@ -412,6 +412,21 @@ TEST_F(ClientTest, ALostConnectionIsClosedWhenTheNextIsThere) {
     logOff(next);
 }
 
+TEST_F(ClientTest, AReplacedConnectionIsLeftForTheServerToClose) {
+    auto first = logOn();
+    const ScriptedPeer other;
+    client->connect("127.0.0.1", other.port(), 0);
+    EXPECT_EQ("EXIT", first.readLine());
+    auto second = other.accept();
+    ASSERT_TRUE(handler.await("onConnected", 2));
+    client->disconnect();
+    EXPECT_EQ("EXIT", second.readLine());
+    EXPECT_FALSE(first.hasData(0ms));
+    first.close();
+    second.close();
+    EXPECT_TRUE(client.ends());
+}
+
 TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {
     const SlowLookUp slow;
     client.connect(peer.port(), 0, "slow.test");

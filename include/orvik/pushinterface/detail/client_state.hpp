@@ -79,7 +79,9 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         autoReconnect_ = false;
         reconnectTimer_.cancel();
         abandonAttempt();
-        closeConnections([this](const Connection& other) { return &other != current_.get(); });
+        closeConnections([this](const Connection& other) {
+            return other.readEnded || (&other != current_.get() && !other.disconnecting);
+        });
         if (current_) {
             write(current_, std::string{MessageType::exit});
             current_->disconnecting = true;
