@@ -130,6 +130,8 @@ TEST_F(DataSourceClientTest, AStopEndsTheWaitAfterAnException) {
     ASSERT_TRUE(calls->await("deinit"));
     stopInTime();
     EXPECT_EQ((std::vector<std::string>{"3 x"}), sink.records());
+    EXPECT_EQ("deinit", calls->all().back());
+    EXPECT_EQ(4U, calls->all().size());  // with init, connect and the text; no second run
 }
 
 TEST_F(DataSourceClientTest, ANewStartEndsTheOldRunFirst) {

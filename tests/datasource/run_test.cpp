@@ -4,6 +4,8 @@
 #include "support/recording_sink.hpp"
 #include "support/scripted_handler.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -33,6 +35,19 @@ class RunTest : public testing::Test {
         device->pullDelay = pullDelay;
         SourceRun{settings, handler, device, client}.work();
         return calls->all();
+    }
+
+    /// A run that is stopped by the record with this number.
+    void runStoppedBehind(int place, const Settings& settings, std::uint16_t pullDelay) {
+        device->pullDelay = pullDelay;
+        SourceRun run{settings, handler, device, client};
+        sink.during = [&run, place, records = 0](const std::string& /*record*/) mutable {
+            if (++records == place) {
+                run.stop();
+            }
+        };
+        run.work();
+        sink.during = [](const std::string&) {};
     }
 
     /// Records of a level, without level and path.
@@ -147,6 +162,18 @@ TEST_F(RunTest, CountsLimitsDownFromTwoHundredFiftyFour) {
         runToEnd({.maxConnectRetries = 254, .maxPullsPerConnection = 254, .minTimerDelay = 1});
     EXPECT_EQ(254, std::count(actual.begin(), actual.end(), "connect"));
     EXPECT_EQ(254 * 254, std::count(actual.begin(), actual.end(), "pullData"));
+}
+
+TEST_F(RunTest, NeverReachesALimitThatIsNone) {
+    constexpr int manyRecords = 1200;  // of at most four per call of the handler
+    handler->results["connect"] = Texts(manyRecords, "x");
+    runStoppedBehind(manyRecords, {.reconnectDelay = 0}, 0);
+    EXPECT_GT(std::ranges::count(calls->all(), "connect"), Settings::unlimited);
+
+    handler = std::make_shared<ScriptedHandler>(calls = std::make_shared<Calls>());
+    runStoppedBehind(manyRecords, {}, 0);
+    EXPECT_GT(std::ranges::count(calls->all(), "pullData"), Settings::unlimited);
+    EXPECT_EQ(1, std::ranges::count(calls->all(), "connect"));
 }
 
 TEST_F(RunTest, SpreadsThePause) {
@@ -271,26 +298,39 @@ TEST_F(RunTest, AStopBeforeTheRunIsNotForgotten) {
 TEST_F(RunTest, AStopBehindAnyRecordEndsTheRun) {
     // Records mark every place of a run: past both back-offs, a pause and a failed pull
     for (int place = 1; place <= 40; ++place) {
+        SCOPED_TRACE(place);
         handler = std::make_shared<ScriptedHandler>(calls = std::make_shared<Calls>());
         handler->results = {{"connect", {"x"}}, {"verifyTags", {"x"}}, {"pullData", {"", "x"}}};
-        device->pullDelay = 30;
-        SourceRun run{{.reconnectDelay = 25, .verifyFailDelay = 25, .keepAliveInterval = 25},
-                      handler,
-                      device,
-                      client};
-        sink.during = [&, records = 0](const std::string& /*record*/) mutable {
-            if (++records == place) {
-                run.stop();
-            }
-        };
-
-        run.work();  // for ever, if the stop is lost
+        runStoppedBehind(
+            place, {.reconnectDelay = 25, .verifyFailDelay = 25, .keepAliveInterval = 25}, 30);
 
         const auto all = calls->all();
         EXPECT_EQ("deinit", all.back());
         const auto connects = std::count(all.begin(), all.end(), "connect") -
                               (place > 2 ? 1 : 0);  // the first connect fails
-        EXPECT_EQ(connects, std::count(all.begin(), all.end(), "disconnect")) << place;
+        EXPECT_EQ(connects, std::count(all.begin(), all.end(), "disconnect"));
+    }
+}
+
+TEST_F(RunTest, AStopJustBeforeAWaitCutsItShort) {
+    struct Case {
+        std::map<std::string, Texts> results;
+        int places;  // records until the worker waits
+    };
+    constexpr std::uint16_t minute = 60'000;
+    const std::vector<Case> cases{{{{"connect", {"x"}}}, 4}, {{{"verifyTags", {"x"}}}, 7}, {{}, 8}};
+    for (const auto& [results, places] : cases) {
+        for (int place = 1; place <= places; ++place) {
+            SCOPED_TRACE(testing::Message() << "place " << place << " of " << places);
+            handler = std::make_shared<ScriptedHandler>(calls);
+            handler->results = results;
+            const auto begin = std::chrono::steady_clock::now();
+            runStoppedBehind(
+                place,
+                {.reconnectDelay = minute, .verifyFailDelay = minute, .keepAliveInterval = minute},
+                minute);
+            ASSERT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{20});
+        }
     }
 }
 
