@@ -1,0 +1,8 @@
+# SPDX-License-Identifier: MIT
+# 32-bit ARM (ARMv7, hard float) with Debian's cross compiler; scripts/setup --arch=armhf brings it and
+# the libraries.
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(debianArchitecture armhf)
+set(triplet arm-linux-gnueabihf)
+include("${CMAKE_CURRENT_LIST_DIR}/debian.cmake")
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # notes for those who mix in objects of GCC 6
