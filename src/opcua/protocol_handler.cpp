@@ -6,6 +6,7 @@
 #include "opcua/value.hpp"
 #include "orvik/pushinterface/protocol.hpp"
 
+#include <chrono>
 #include <utility>
 
 #include <boost/asio/ip/address.hpp>
@@ -13,6 +14,13 @@
 
 namespace PullappOpcUa {
 namespace {
+
+/// Outlives every pause between two pulls, but not by much: servers allow few sessions, and those
+/// that a cut cable or a refused log-in left behind count until their time is over.
+std::chrono::milliseconds sessionTimeout(const Device& device) {
+    constexpr std::chrono::seconds margin{15};
+    return margin + 2 * std::chrono::milliseconds{device.pullDelay};
+}
 
 /// Of the whole Read; the other results are looked at tag by tag.
 UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
@@ -48,11 +56,12 @@ std::string ProtocolHandler::connect(Device& device) {
         return "Connection error: invalid ip address";
     }
     const auto url = "opc.tcp://" + device.ipAddress + ":" + std::to_string(device.port);
-    LogIn logIn;
+    SessionSettings settings{.timeout = sessionTimeout(device)};
     if (device.authenticationType == AuthenticationType::Username) {
-        logIn = {.username = device.username.c_str(), .password = device.password.c_str()};
+        settings.username = device.username.c_str();
+        settings.password = device.password.c_str();
     }
-    const auto status = openSession(url, logIn, client_);
+    const auto status = openSession(url, settings, client_);
     if (status != UA_STATUSCODE_GOOD) {
         return "Error: " + std::string{statusCodeName(status)};
     }

@@ -18,11 +18,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/// A session that is not used for so long may be dropped by the server: it outlives the longest
-/// pause between two pulls, and one that a cut cable left behind does not block the server for
-/// long.
-constexpr std::chrono::minutes sessionTimeout{2};
-
 /// Longest wait for a server to confirm the end of a session.
 constexpr milliseconds closeTimeout{1000};
 
@@ -101,13 +96,13 @@ void limitSending(const UA_EventLoop& loop) {
     }
 }
 
-UA_StatusCode configure(UA_ClientConfig& config, const LogIn& logIn) {
+UA_StatusCode configure(UA_ClientConfig& config, const SessionSettings& settings) {
     if (const auto status = UA_ClientConfig_setDefault(&config); status != UA_STATUSCODE_GOOD) {
         return status;
     }
     config.timeout = requestTimeout.count();
     config.secureChannelLifeTime = 600000;
-    config.requestedSessionTimeout = static_cast<UA_UInt32>(milliseconds{sessionTimeout}.count());
+    config.requestedSessionTimeout = static_cast<UA_UInt32>(settings.timeout.count());
     config.localConnectionConfig.protocolVersion = 0;
     config.localConnectionConfig.sendBufferSize = 65535;
     config.localConnectionConfig.recvBufferSize = 65535;
@@ -121,10 +116,10 @@ UA_StatusCode configure(UA_ClientConfig& config, const LogIn& logIn) {
     config.noNewSession = true;
     config.stateCallback = onState;
     limitSending(*config.eventLoop);
-    if (logIn.username == nullptr) {
+    if (settings.username == nullptr) {
         return UA_STATUSCODE_GOOD;
     }
-    return UA_ClientConfig_setAuthenticationUsername(&config, logIn.username, logIn.password);
+    return UA_ClientConfig_setAuthenticationUsername(&config, settings.username, settings.password);
 }
 
 /// Not the stack's own synchronous connect: that one never returns when the peer sends a message
@@ -181,13 +176,14 @@ void ClientDeleter::operator()(UA_Client* client) const noexcept {
     UA_Client_delete(client);
 }
 
-UA_StatusCode openSession(const std::string& endpointUrl, const LogIn& logIn, ClientPtr& client) {
+UA_StatusCode openSession(const std::string& endpointUrl, const SessionSettings& settings,
+                          ClientPtr& client) {
     client.reset();
     ClientPtr opened{UA_Client_new()};
     if (!opened) {
         return UA_STATUSCODE_BADOUTOFMEMORY;
     }
-    auto status = configure(*UA_Client_getConfig(opened.get()), logIn);
+    auto status = configure(*UA_Client_getConfig(opened.get()), settings);
     if (status == UA_STATUSCODE_GOOD) {
         status = connect(*opened, endpointUrl);
     }

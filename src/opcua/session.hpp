@@ -11,10 +11,12 @@ namespace PullappOpcUa {
 /// Longest wait for an answer of the server, and for a whole connect.
 inline constexpr std::chrono::milliseconds requestTimeout{5000};
 
-/// How to log in; a null user name means anonymously.
-struct LogIn {
-    const char* username = nullptr;
+/// What kind of session to open.
+struct SessionSettings {
+    const char* username = nullptr;  ///< null logs in anonymously
     const char* password = nullptr;
+    /// How long the server may keep a session that is not used, as after a cut cable.
+    std::chrono::milliseconds timeout{60000};
 };
 
 /**
@@ -24,8 +26,8 @@ struct LogIn {
  * @param client receives the open session
  * @return Good, or why no session could be opened; nothing is left of it then
  */
-[[nodiscard]] UA_StatusCode openSession(const std::string& endpointUrl, const LogIn& logIn,
-                                        ClientPtr& client);
+[[nodiscard]] UA_StatusCode openSession(const std::string& endpointUrl,
+                                        const SessionSettings& settings, ClientPtr& client);
 
 /// Whether a service can be called without the stack connecting anew by itself.
 [[nodiscard]] bool isSessionOpen(UA_Client& client) noexcept;
