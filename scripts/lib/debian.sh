@@ -8,9 +8,9 @@ mirror() {
     apt-get indextargets --format '$(SITE)' 'Created-By: Packages' 'Label: Debian' 2>/dev/null | head -n 1
 }
 
-# apt with a sources list and state of its own, as if nothing was installed. The first argument is the folder for them, then come
-# the type of the sources (deb or deb-src) and the suite. Packages are still checked against Debian's
-# keys.
+# apt with a sources list and state of its own, as if nothing was installed. The first argument is the
+# folder for them, then come the type of the sources (deb or deb-src) and the suite. Packages are still
+# checked against Debian's keys.
 apt_apart() {
     local state=$1 type=$2 suite=$3
     local keyring=/usr/share/keyrings/debian-archive-keyring.gpg
