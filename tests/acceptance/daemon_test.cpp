@@ -107,7 +107,7 @@ TEST_F(DaemonTest, TypicalRun) {
     for (int batch = 0; batch < 3; ++batch) {
         const auto boolLine = connection.readLine();
         EXPECT_TRUE(boolLine == "1=t" || boolLine == "1=f") << boolLine;
-        EXPECT_EQ("65535=4,part", connection.readLine());
+        EXPECT_EQ("65535=4,item", connection.readLine());
         EXPECT_THAT(connection.readLine(), testing::MatchesRegex("7=-?[0-9]+"));
         EXPECT_EQ("", connection.readLine());
         EXPECT_EQ(cleared, connection.readLine());
@@ -158,7 +158,7 @@ TEST_F(DaemonTest, AChangedDescriptionReplacesTheRun) {
     for (int id = 1; id <= 20; ++id) {
         const auto text = tag(id, 5, R"("str","maxStringLength":4)");
         connection.send("INFO " + description(server.port(), text, id % 2) + "\n");
-        ASSERT_TRUE(connection.awaitLine(std::to_string(id) + "=4,part"));
+        ASSERT_TRUE(connection.awaitLine(std::to_string(id) + "=4,item"));
         connection.send("IFCH\n");
         ASSERT_TRUE(connection.awaitLine("INFO"));
     }
@@ -178,7 +178,7 @@ TEST_F(DaemonTest, ALostStewardStopsTheRunUntilItIsBack) {
     auto second = accept();
     EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 1, sessions alive 0"));
     second.send("INFO " + description(server.port(), textTag, 0) + "\n");
-    EXPECT_EQ("65535=4,part", second.readLine());
+    EXPECT_EQ("65535=4,item", second.readLine());
     EXPECT_TRUE(daemon.log().await("<6> Reconnecting (reason: auto reconnect)"));
     end(daemon, second);
 }
@@ -201,7 +201,7 @@ TEST_F(DaemonTest, AKilledServerIsReportedAndItsReturnNoticed) {
     server->kill();
     server = std::make_unique<OpcUaServer>(std::vector<std::string>{"--tags=5"}, port);
 
-    EXPECT_EQ("65535=4,part", connection.readLine(30s));  // no value came meanwhile
+    EXPECT_EQ("65535=4,item", connection.readLine(30s));  // no value came meanwhile
     EXPECT_EQ("", connection.readLine());
     EXPECT_EQ(cleared, connection.readLine());
     end(daemon, connection);
@@ -340,7 +340,7 @@ TEST_F(DaemonTest, AFrozenServerIsATimeOut) {
     EXPECT_TRUE(connection.awaitLine(error("BADTIMEOUT")));
     EXPECT_TRUE(connection.awaitLine(error("Error: BADTIMEOUT")));
     server.process().signal(SIGCONT);
-    EXPECT_TRUE(connection.awaitLine("65535=4,part", 30s));
+    EXPECT_TRUE(connection.awaitLine("65535=4,item", 30s));
     end(daemon, connection);
 }
 

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "orvik/pullapplication/main.hpp"
 
-#include "support/recording_sink.hpp"
 #include "support/scripted_handler.hpp"
 
 #include <csignal>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -103,30 +101,6 @@ TEST_F(MainTest, ADescriptionThatComesDuringTheShutdownStartsNothing) {
     EXPECT_EQ(0, run());
     EXPECT_THAT(calls->all(), ElementsAre("setDevice id key", "connect 127.0.0.1 9230 10", "init",
                                           "deinit", "disconnect"));
-}
-
-TEST_F(MainTest, LogsEvents) {
-    const RecordingSink sink{8};
-    PullApplication::Main<Handler, Parser, Client> application;
-    bool flag = true;
-    application.onConnected();
-    application.onReconnecting("r");
-    application.onDisconnected();
-    application.onRead("a");
-    application.onWrite("b\n");
-    application.onHelo("h", flag);
-    application.onDevc(true, flag);
-    application.onIfch(flag);
-    application.onIfch("x", flag);
-    application.onRtch(true);
-    application.onInfo("{}");
-    EXPECT_TRUE(flag);
-    const std::string main = "include/orvik/pullapplication/main:";
-    EXPECT_THAT(sink.records(),
-                ElementsAre("6 Connected to push interface", "6 Reconnecting (reason: r)",
-                            "5 Disconnected from push interface", "8 " + main + "215: PI R: a",
-                            "8 " + main + "222: PI W: b\n", "6 Push interface server: h",
-                            "3 Received invalid info: bad", "6 Info was: {}"));
 }
 
 }  // namespace

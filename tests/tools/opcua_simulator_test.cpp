@@ -117,12 +117,4 @@ TEST(OpcUaSimulatorFaultTest, ComesOncePerPeriodAfterTheFirst) {
     }
 }
 
-TEST(OpcUaSimulatorOptionsTest, RefusesWrongUseInOneLine) {
-    for (const std::string option : {"--tags=0", "--tags=65536", "--tag=1", "--fault=x", "1"}) {
-        Process simulator{{OPCUA_SIMULATOR_PATH, option}};
-        EXPECT_EQ(2, simulator.wait()) << option;
-        EXPECT_THAT(simulator.restOfErrors(), testing::MatchesRegex("[^\n]+\n")) << option;
-    }
-}
-
 }  // namespace

@@ -84,7 +84,7 @@ void Variable::move(Seconds now) {
 }
 
 void Variable::moveText(double seconds) {
-    text_ = "part " + std::to_string(static_cast<std::uint64_t>(seconds / 2));
+    text_ = "item " + std::to_string(static_cast<std::uint64_t>(seconds / 2));
     string_ = {text_.size(), reinterpret_cast<UA_Byte*>(text_.data())};
     static_assert(sizeof string_ <= sizeof value_);
     std::memcpy(value_, &string_, sizeof string_);
