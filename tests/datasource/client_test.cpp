@@ -23,7 +23,8 @@ using Orvik::DataSource::Detail::Settings;
 using DataSource = Orvik::DataSource::Client<ScriptedHandler, RecordingPushClient>;
 
 constexpr std::uint32_t hour = 3'600'000;
-constexpr Settings longDelays{.reconnectDelay = hour, .verifyFailDelay = hour};
+constexpr Settings longDelays{
+    .reconnectDelay = hour, .verifyFailDelay = hour, .keepAliveInterval = hour};
 
 class DataSourceClientTest : public testing::Test {
   protected:

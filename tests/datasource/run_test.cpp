@@ -187,6 +187,7 @@ TEST_F(RunTest, SpreadsThePause) {
     const std::vector<Case> cases{
         {0, {}},
         {2, {"264: doPullDelay(2)"}},
+        {3, {"264: doPullDelay(3)", expired}},
         {100, {"264: doPullDelay(100)", expired}},
         {101,
          {"264: doPullDelay(101)", expired, "327: doPullDelayKeepAlive(51)", step,
@@ -264,10 +265,12 @@ TEST_F(RunTest, StartsOverAfterAnException) {
         };
         auto all = expected;
         all.insert(all.end(), whole.begin(), whole.end());
+        const auto begin = std::chrono::steady_clock::now();
 
         EXPECT_THAT(
             runToEnd({.maxConnectRetries = 1, .maxPullsPerConnection = 1, .reconnectDelay = 30}),
             ElementsAreArray(all));
+        EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds{30});
     }
     EXPECT_EQ(Texts(cases.size(), "oops"), logged('3'));
 }
@@ -314,16 +317,25 @@ TEST_F(RunTest, AStopBehindAnyRecordEndsTheRun) {
 
 TEST_F(RunTest, AStopJustBeforeAWaitCutsItShort) {
     struct Case {
-        std::map<std::string, Texts> results;
         int places;  // records until the worker waits
+        std::map<std::string, Texts> results;
+        std::string throwing;
     };
     constexpr std::uint16_t minute = 60'000;
-    const std::vector<Case> cases{{{{"connect", {"x"}}}, 4}, {{{"verifyTags", {"x"}}}, 7}, {{}, 8}};
-    for (const auto& [results, places] : cases) {
+    const std::vector<Case> cases{{4, {{"connect", {"x"}}}, {}},
+                                  {7, {{"verifyTags", {"x"}}}, {}},
+                                  {8, {}, {}},
+                                  {3, {}, "connect"}};
+    for (const auto& [places, results, throwing] : cases) {
         for (int place = 1; place <= places; ++place) {
             SCOPED_TRACE(testing::Message() << "place " << place << " of " << places);
             handler = std::make_shared<ScriptedHandler>(calls);
             handler->results = results;
+            handler->during = [&name = throwing](const std::string& called) {
+                if (called == name) {
+                    throw std::runtime_error{"x"};
+                }
+            };
             const auto begin = std::chrono::steady_clock::now();
             runStoppedBehind(
                 place,
