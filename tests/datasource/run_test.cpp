@@ -31,6 +31,12 @@ const std::string failed = "write: @__nimbara_error_msg__=1,x";
 /// One run that ends by itself, on the test's own thread.
 class RunTest : public testing::Test {
   protected:
+    void renew() {
+        calls = std::make_shared<Calls>();
+        handler = std::make_shared<ScriptedHandler>(calls);
+        client = std::make_shared<RecordingPushClient>(calls);
+    }
+
     std::vector<std::string> runToEnd(const Settings& settings, std::uint16_t pullDelay = 0) {
         device->pullDelay = pullDelay;
         SourceRun{settings, handler, device, client}.work();
@@ -70,92 +76,63 @@ class RunTest : public testing::Test {
     std::shared_ptr<Client> client = std::make_shared<RecordingPushClient>(calls);
 };
 
-struct SequenceCase {
-    std::string name;
-    std::uint8_t connects;
-    std::uint8_t pulls;
-    std::uint16_t pullDelay;
-    std::map<std::string, Texts> results;
-    Texts expected;
-};
+TEST_F(RunTest, CallsHandlerAndPublishesErrorsInSequence) {
+    struct Limits {
+        std::uint8_t connects;
+        std::uint8_t pulls;
+        std::uint16_t pullDelay;
+    };
+    struct Case {
+        Limits limits;
+        std::map<std::string, Texts> results;
+        Texts expected;  // between init and deinit
+    };
+    const std::vector<Case> cases{
+        {{3, 255, 0},
+         {{"connect", {"x", "x", "x"}}},
+         {"connect", failed, "connect", failed, "connect", failed}},
+        {{2, 1, 0},
+         {{"verifyTags", {"x"}}},
+         {"connect", "verifyTags", failed, "disconnect", "connect", "verifyTags", "pullData",
+          cleared, "disconnect"}},
+        {{1, 1, 0}, {{"verifyTags", {"x"}}}, {"connect", "verifyTags", failed, "disconnect"}},
+        {{2, 2, 0},
+         {{"pullData", {"x"}}},
+         {"connect", "verifyTags", "pullData", failed, "disconnect", "connect", "verifyTags",
+          "pullData", cleared, "pullData", cleared, "disconnect"}},
+        {{1, 1, 0},
+         {{"pullData", {"x"}}},
+         {"connect", "verifyTags", "pullData", failed, "disconnect"}},
+        {{2, 2, 15},
+         {{"keepAlive", {"x"}}},
+         {"connect", "verifyTags", "pullData", cleared, "keepAlive", failed, "disconnect",
+          "connect", "verifyTags", "pullData", cleared, "keepAlive", "pullData", cleared,
+          "disconnect"}},
+        {{3, 1, 0},
+         {},
+         {"connect", "verifyTags", "pullData", cleared, "disconnect", "connect", "verifyTags",
+          "pullData", cleared, "disconnect", "connect", "verifyTags", "pullData", cleared,
+          "disconnect"}},
+    };
+    std::ptrdiff_t errors = 0;
+    for (const auto& [limits, results, between] : cases) {
+        renew();
+        handler->results = results;
+        Texts expected{"init"};
+        expected.insert(expected.end(), between.begin(), between.end());
+        expected.emplace_back("deinit");
 
-void PrintTo(const SequenceCase& sequence, std::ostream* stream) {
-    *stream << sequence.name;
+        EXPECT_EQ(expected, runToEnd({.maxConnectRetries = limits.connects,
+                                      .maxPullsPerConnection = limits.pulls,
+                                      .reconnectDelay = 1,
+                                      .verifyFailDelay = 1,
+                                      .keepAliveInterval = 10,
+                                      .minTimerDelay = 1},
+                                     limits.pullDelay));
+        errors += std::ranges::count(expected, failed);
+        EXPECT_EQ(Texts(static_cast<std::size_t>(errors), "x"), logged('3'));
+    }
 }
-
-class SequenceTest : public RunTest, public testing::WithParamInterface<SequenceCase> {};
-
-TEST_P(SequenceTest, CallsHandlerAndPublishesErrors) {
-    handler->results = GetParam().results;
-    Texts expected{"init"};
-    expected.insert(expected.end(), GetParam().expected.begin(), GetParam().expected.end());
-    expected.emplace_back("deinit");
-
-    const auto actual = runToEnd({.maxConnectRetries = GetParam().connects,
-                                  .maxPullsPerConnection = GetParam().pulls,
-                                  .reconnectDelay = 1,
-                                  .verifyFailDelay = 1,
-                                  .keepAliveInterval = 10,
-                                  .minTimerDelay = 1},
-                                 GetParam().pullDelay);
-
-    EXPECT_THAT(actual, ElementsAreArray(expected));
-    const auto errors = std::count(actual.begin(), actual.end(), failed);
-    EXPECT_EQ(Texts(static_cast<std::size_t>(errors), "x"), logged('3'));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Runs, SequenceTest,
-    testing::Values(SequenceCase{"ConnectAlwaysFails",
-                                 3,
-                                 255,
-                                 0,
-                                 {{"connect", {"x", "x", "x"}}},
-                                 {"connect", failed, "connect", failed, "connect", failed}},
-                    SequenceCase{"VerifyFails",
-                                 2,
-                                 1,
-                                 0,
-                                 {{"verifyTags", {"x"}}},
-                                 {"connect", "verifyTags", failed, "disconnect", "connect",
-                                  "verifyTags", "pullData", cleared, "disconnect"}},
-                    SequenceCase{"LastVerifyFails",
-                                 1,
-                                 1,
-                                 0,
-                                 {{"verifyTags", {"x"}}},
-                                 {"connect", "verifyTags", failed, "disconnect"}},
-                    SequenceCase{
-                        "PullFailsThenSucceeds",
-                        2,
-                        2,
-                        0,
-                        {{"pullData", {"x"}}},
-                        {"connect", "verifyTags", "pullData", failed, "disconnect", "connect",
-                         "verifyTags", "pullData", cleared, "pullData", cleared, "disconnect"}},
-                    SequenceCase{"LastPullFails",
-                                 1,
-                                 1,
-                                 0,
-                                 {{"pullData", {"x"}}},
-                                 {"connect", "verifyTags", "pullData", failed, "disconnect"}},
-                    SequenceCase{"KeepAliveFails",
-                                 2,
-                                 2,
-                                 15,
-                                 {{"keepAlive", {"x"}}},
-                                 {"connect", "verifyTags", "pullData", cleared, "keepAlive", failed,
-                                  "disconnect", "connect", "verifyTags", "pullData", cleared,
-                                  "keepAlive", "pullData", cleared, "disconnect"}},
-                    SequenceCase{"PlannedReconnects",
-                                 3,
-                                 1,
-                                 0,
-                                 {},
-                                 {"connect", "verifyTags", "pullData", cleared, "disconnect",
-                                  "connect", "verifyTags", "pullData", cleared, "disconnect",
-                                  "connect", "verifyTags", "pullData", cleared, "disconnect"}}),
-    [](const auto& sequence) { return sequence.param.name; });
 
 TEST_F(RunTest, CountsLimitsDownFromTwoHundredFiftyFour) {
     const auto actual =
@@ -170,7 +147,7 @@ TEST_F(RunTest, NeverReachesALimitThatIsNone) {
     runStoppedBehind(manyRecords, {.reconnectDelay = 0}, 0);
     EXPECT_GT(std::ranges::count(calls->all(), "connect"), Settings::unlimited);
 
-    handler = std::make_shared<ScriptedHandler>(calls = std::make_shared<Calls>());
+    renew();
     runStoppedBehind(manyRecords, {}, 0);
     EXPECT_GT(std::ranges::count(calls->all(), "pullData"), Settings::unlimited);
     EXPECT_EQ(1, std::ranges::count(calls->all(), "connect"));
@@ -255,9 +232,7 @@ TEST_F(RunTest, StartsOverAfterAnException) {
     };
     for (const auto& [operation, expected] : cases) {
         SCOPED_TRACE(operation);
-        calls = std::make_shared<Calls>();
-        handler = std::make_shared<ScriptedHandler>(calls);
-        client = std::make_shared<RecordingPushClient>(calls);
+        renew();
         handler->during = [throwing = operation, times = 0](const std::string& called) mutable {
             if (called == throwing && times++ == 0) {
                 throw std::runtime_error{"oops"};
@@ -302,7 +277,7 @@ TEST_F(RunTest, AStopBehindAnyRecordEndsTheRun) {
     // Records mark every place of a run: past both back-offs, a pause and a failed pull
     for (int place = 1; place <= 40; ++place) {
         SCOPED_TRACE(place);
-        handler = std::make_shared<ScriptedHandler>(calls = std::make_shared<Calls>());
+        renew();
         handler->results = {{"connect", {"x"}}, {"verifyTags", {"x"}}, {"pullData", {"", "x"}}};
         runStoppedBehind(
             place, {.reconnectDelay = 25, .verifyFailDelay = 25, .keepAliveInterval = 25}, 30);
@@ -329,7 +304,7 @@ TEST_F(RunTest, AStopJustBeforeAWaitCutsItShort) {
     for (const auto& [places, results, throwing] : cases) {
         for (int place = 1; place <= places; ++place) {
             SCOPED_TRACE(testing::Message() << "place " << place << " of " << places);
-            handler = std::make_shared<ScriptedHandler>(calls);
+            renew();
             handler->results = results;
             handler->during = [&name = throwing](const std::string& called) {
                 if (called == name) {
