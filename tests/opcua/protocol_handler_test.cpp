@@ -235,6 +235,8 @@ TEST(ProtocolHandlerTest, RefusesWhatIsNoIpAddress) {
         Session session{4840, address};
         EXPECT_EQ("Connection error: invalid ip address", session.connect()) << address;
     }
+    Session session{4840, "::1"};  // an address, but not one that the stack takes without brackets
+    EXPECT_EQ("Error: BADTCPENDPOINTURLINVALID", session.connect());
 }
 
 TEST(ProtocolHandlerTest, ReadsFromItsAddressWhateverTheServerAdvertises) {
