@@ -167,8 +167,9 @@ TEST_F(DataSourceClientTest, StartsAndStopsTenThousandTimes) {
         start(newHandler());
         if (i % 3 == 0) {
             ASSERT_TRUE(calls->await("pullData"));
-            for (int spin = 0; spin < i % 97; ++spin) {
-                std::this_thread::yield();  // the stop lands in ever another place
+            const auto later = std::chrono::steady_clock::now() + std::chrono::microseconds{i % 97};
+            while (std::chrono::steady_clock::now() < later) {
+                // The stop lands in ever another place
             }
         } else if (i % 3 == 1) {
             std::thread other{[this] { source.stop(); }};

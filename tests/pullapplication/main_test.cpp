@@ -3,6 +3,7 @@
 
 #include "support/scripted_handler.hpp"
 
+#include <chrono>
 #include <csignal>
 #include <functional>
 #include <memory>
@@ -78,8 +79,8 @@ TEST_F(MainTest, ARefusedDescriptionEndsTheServiceWheneverItComes) {
     for (int i = 0; i < 200; ++i) {
         calls = std::make_shared<Calls>();
         Client::onRun = [i](auto& handler) {
-            for (int spin = 0; spin < i; ++spin) {
-                boost::this_thread::yield();
+            const auto later = std::chrono::steady_clock::now() + std::chrono::microseconds{i};
+            while (std::chrono::steady_clock::now() < later) {
             }
             handler.onInfo("refuse me");
             handler.onInfo("once more");
