@@ -2,6 +2,7 @@
 // The daemon as built, between a steward that the test plays itself and a real OPC UA server, a
 // process that can be stopped, frozen and restarted.
 #include "support/daemon.hpp"
+#include "support/opcua_server.hpp"
 #include "support/scripted_peer.hpp"
 
 #include <chrono>
@@ -18,84 +19,6 @@ namespace {
 
 using namespace TestSupport;
 using testing::ElementsAre;
-
-const std::string cleared = "@__nimbara_error_msg__=0,";
-
-std::string error(const std::string& text) {
-    return "@__nimbara_error_msg__=" + std::to_string(text.size()) + "," + text;
-}
-
-/// An OPC UA server with one tag more than it has types.
-class OpcUaServer {
-  public:
-    explicit OpcUaServer(std::vector<std::string> options = {"--tags=5"}, std::uint16_t port = 0)
-        : process_{command(std::move(options), port)} {
-        const auto line = process_.readLine();
-        const auto colon = line.rfind(':');
-        EXPECT_NE(std::string::npos, colon) << line << process_.restOfErrors();
-        port_ = static_cast<std::uint16_t>(std::stoi(line.substr(colon + 1)));
-    }
-
-    [[nodiscard]] std::uint16_t port() const { return port_; }
-    Process& process() { return process_; }
-
-    [[nodiscard]] std::string statistics() {
-        process_.writeLine("stats");
-        return process_.readLine();
-    }
-
-    void kill() {
-        process_.signal(SIGKILL);
-        EXPECT_EQ(128 + SIGKILL, process_.wait());
-    }
-
-  private:
-    static std::vector<std::string> command(std::vector<std::string> options, std::uint16_t port) {
-        options.insert(options.begin(), {OPCUA_SIMULATOR_PATH, "--port=" + std::to_string(port)});
-        return options;
-    }
-
-    Process process_;
-    std::uint16_t port_ = 0;
-};
-
-std::string description(std::uint16_t port, const std::string& tags, int pullDelay = 50) {
-    return R"({"id":"dev","ipAddress":"127.0.0.1","port":)" + std::to_string(port) +
-           R"(,"pullDelay":)" + std::to_string(pullDelay) + R"(,"tags":[)" + tags + "]}";
-}
-
-std::string tag(int id, int node, const std::string& type) {
-    return R"({"id":)" + std::to_string(id) + R"(,"address":"ns=1;i=)" + std::to_string(node) +
-           R"(","type":)" + type + "}";
-}
-
-// The simulator's tags: int, float, double, bool, string in turn
-const std::string intTag = tag(7, 1, R"("int","signed":true,"width":32)");
-const std::string boolTag = tag(1, 4, R"("bool")");
-const std::string textTag = tag(65535, 5, R"("str","maxStringLength":4)");
-
-class DaemonTest : public testing::Test {
-  protected:
-    /// Accepts the daemon's connection and logs it on, up to its request for the description.
-    PeerConnection accept() {
-        auto connection = steward.accept(30s);
-        connection.send("HELO acceptance\n");
-        EXPECT_EQ("DEVC dev key", connection.readLine());
-        connection.send("DEVC OK\n");
-        EXPECT_EQ("INFO", connection.readLine());
-        return connection;
-    }
-
-    /// Ends the daemon as its service manager does, and closes on its log-off.
-    void end(Daemon& daemon, PeerConnection& connection, int signal = SIGTERM) {
-        daemon.process().signal(signal);
-        EXPECT_TRUE(connection.awaitLine("EXIT"));
-        connection.close();
-        EXPECT_EQ(0, daemon.process().wait());
-    }
-
-    ScriptedPeer steward;
-};
 
 TEST_F(DaemonTest, TypicalRun) {
     OpcUaServer server;
@@ -125,13 +48,13 @@ TEST_F(DaemonTest, TypicalRun) {
         "<7> include/orvik/pullapplication/main:168: Waiting for signal";  // from the main thread
     EXPECT_EQ(1U, std::erase(records, waiting));
     const std::string from = "<3> Received error from push interface";
-    EXPECT_THAT(records, ElementsAre("<6> Connected to push interface",
-                                     "<6> Push interface server: acceptance", from + ": a",
-                                     from + ": Tag not found: b", from + ": Invalid value: c",
-                                     from + ": Posting too often: d",
-                                     from + " client: Unexpected server message type: what",
-                                     "<7> include/orvik/pullapplication/main:172: Caught signal",
-                                     "<5> Disconnected from push interface"));
+    EXPECT_THAT(records,
+                ElementsAre("<6> Connected to push interface", "<6> Push interface server: test",
+                            from + ": a", from + ": Tag not found: b", from + ": Invalid value: c",
+                            from + ": Posting too often: d",
+                            from + " client: Unexpected server message type: what",
+                            "<7> include/orvik/pullapplication/main:172: Caught signal",
+                            "<5> Disconnected from push interface"));
 }
 
 TEST_F(DaemonTest, TracesEveryLineAndStepAtLevelEight) {
@@ -144,7 +67,7 @@ TEST_F(DaemonTest, TracesEveryLineAndStepAtLevelEight) {
     const std::string main = "<7> include/orvik/pullapplication/main:";
     ASSERT_TRUE(daemon.log().await(run + "264: doPullDelay(65000)"));
     ASSERT_TRUE(daemon.log().await(main + "222: PI W: " + cleared + "\n"));
-    EXPECT_TRUE(daemon.log().await(main + "215: PI R: HELO acceptance"));
+    EXPECT_TRUE(daemon.log().await(main + "215: PI R: HELO test"));
     EXPECT_TRUE(daemon.log().await(main + "222: PI W: DEVC dev key\n"));
     end(daemon, connection);
     EXPECT_TRUE(daemon.log().await(run + "140: postDelayTimerHandler(cancelled, ...)"));

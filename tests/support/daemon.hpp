@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/process.hpp"
+#include "support/scripted_peer.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -116,6 +117,30 @@ class Daemon {
 
     CapturedLog log_;
     Process process_;
+};
+
+/// Plays the steward that a daemon logs on to.
+class DaemonTest : public testing::Test {
+  protected:
+    /// Accepts the daemon's connection and logs it on, up to its request for the description.
+    PeerConnection accept() {
+        auto connection = steward.accept(30s);
+        connection.send("HELO test\n");
+        EXPECT_EQ("DEVC dev key", connection.readLine());
+        connection.send("DEVC OK\n");
+        EXPECT_EQ("INFO", connection.readLine());
+        return connection;
+    }
+
+    /// Ends the daemon as its service manager does, and closes on its log-off.
+    void end(Daemon& daemon, PeerConnection& connection, int signal = SIGTERM) {
+        daemon.process().signal(signal);
+        EXPECT_TRUE(connection.awaitLine("EXIT"));
+        connection.close();
+        EXPECT_EQ(0, daemon.process().wait());
+    }
+
+    ScriptedPeer steward;
 };
 
 }  // namespace TestSupport
