@@ -3,7 +3,11 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -83,6 +87,21 @@ class Process {
     }
 
     [[nodiscard]] pid_t pid() const noexcept { return pid_; }
+
+    /// Entries of a folder of the system's about this process: "fd" or "task".
+    [[nodiscard]] std::ptrdiff_t count(const std::string& folder) const {
+        const auto path = "/proc/" + std::to_string(pid_) + '/' + folder;
+        return std::distance(std::filesystem::directory_iterator{path}, {});
+    }
+
+    [[nodiscard]] std::size_t residentBytes() const {
+        std::ifstream stream{"/proc/" + std::to_string(pid_) + "/statm"};
+        std::size_t total = 0;
+        std::size_t resident = 0;
+        stream >> total >> resident;
+        return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    }
+
     void signal(int number) const {
         if (pid_ > 0) {
             ::kill(pid_, number);
