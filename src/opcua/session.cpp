@@ -3,11 +3,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdarg>
 #include <cstdint>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <open62541/plugin/eventloop.h>
 #include <open62541/plugin/log_stdout.h>
@@ -59,6 +62,16 @@ void iterateUntil(UA_Client& client, milliseconds limit, Predicate predicate) {
 
 // Connecting
 
+/// The stack waits without limit for somebody to read the standard output, and the whole daemon
+/// with it. A note that would have to wait is dropped.
+void logUnlessFull(void* context, UA_LogLevel level, UA_LogCategory category, const char* message,
+                   va_list arguments) {
+    pollfd writable{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    if (::poll(&writable, 1, 0) == 1) {
+        UA_Log_Stdout->log(context, level, category, message, arguments);
+    }
+}
+
 /// Counts the connections of one attempt.
 void onState(UA_Client* client, UA_SecureChannelState channel, UA_SessionState /*session*/,
              UA_StatusCode /*status*/) {
@@ -99,6 +112,9 @@ void limitSending(const UA_EventLoop& loop) {
 UA_StatusCode configure(UA_ClientConfig& config, const SessionSettings& settings) {
     if (const auto status = UA_ClientConfig_setDefault(&config); status != UA_STATUSCODE_GOOD) {
         return status;
+    }
+    if (config.logging != nullptr) {
+        config.logging->log = logUnlessFull;
     }
     config.timeout = requestTimeout.count();
     config.secureChannelLifeTime = 600000;
