@@ -365,6 +365,40 @@ TEST_F(ClientTest, StopsWritingAtTheFirstLineThatFails) {
     EXPECT_EQ(0, std::count(events.begin(), events.end(), "onWrite: never\n"));
 }
 
+TEST_F(ClientTest, DropsWholeBatchesWhileTheServerDoesNotRead) {
+    const std::string batch(16 << 20, '7');  // more than the system buffers; three are the limit
+    const std::string errorLine = "@__nimbara_error_msg__=";
+    const std::string begun =
+        "onClientError: Dropping value batches because the server does not read";
+    const std::string ended =
+        "onClientError: Dropped 3 value batches because the server did not read";
+    auto connection = logOn();
+    for (const std::string error : {"", "", "", "", "no", ""}) {
+        client->write(batch);
+        pushErrorMessage(*client, error);
+    }
+    ASSERT_TRUE(handler.await(begun));
+    connection.send("IFCH\n");
+    ASSERT_TRUE(handler.await("onIfch"));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(batch == connection.readLine());
+        EXPECT_EQ(errorLine + "0,", connection.readLine());
+    }
+    EXPECT_EQ(errorLine + "2,no", connection.readLine());
+    EXPECT_EQ(errorLine + "0,", connection.readLine());
+    EXPECT_EQ("INFO", connection.readLine());
+    client->write("1=fresh");
+    EXPECT_EQ("1=fresh", connection.readLine());
+    ASSERT_TRUE(handler.await(ended));
+
+    for (int i = 0; i < 6; ++i) {
+        client->write(batch);
+    }
+    ASSERT_TRUE(handler.await(begun, 2));
+    connection.reset();
+    ASSERT_TRUE(handler.await(ended, 2));
+}
+
 // Every state ends
 
 TEST_F(ClientTest, EndsWhileLookingUpAName) {

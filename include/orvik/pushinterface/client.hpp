@@ -35,10 +35,13 @@ class Client {
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// Sends a line, or several, on the current connection. @param message without last line feed
+    /// Sends a value batch, or a named value, on the current connection. What the server does not
+    /// read waits; a batch that would let more than 64 MB wait is dropped, and the loss is
+    /// reported.
+    /// @param message without last line feed
     virtual void write(std::string message) {
         state_->post([state = state_.get(), message = std::move(message)]() mutable {
-            state->write(nullptr, std::move(message));
+            state->push(std::move(message));
         });
     }
 

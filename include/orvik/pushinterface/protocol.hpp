@@ -100,6 +100,11 @@ inline void appendTagId(std::string& batch, std::uint16_t id) {
     return line;
 }
 
+/// Tells a named value from a value batch.
+[[nodiscard]] constexpr bool isNamedValue(std::string_view message) noexcept {
+    return message.starts_with('@');
+}
+
 /// The line that identifies the device to the server.
 [[nodiscard]] inline std::string encodeDevc(std::string_view id, std::string_view key) {
     std::string line{MessageType::devc};

@@ -83,6 +83,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             return other.readEnded || (&other != current_.get() && !other.disconnecting);
         });
         if (current_) {
+            reportLoss(*current_);
             write(current_, std::string{MessageType::exit});
             current_->disconnecting = true;
         }
@@ -93,6 +94,15 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         abandonAttempt();
         attempt_ = std::make_shared<Connection>(strand_);
         resolve(attempt_);
+    }
+
+    /// Queues what the data source has to say. A steward that stops reading costs value batches,
+    /// not ever more memory.
+    void push(std::string message) {
+        if (current_ && !current_->disconnecting && !admit(*current_, message)) {
+            return;
+        }
+        write(nullptr, std::move(message));
     }
 
     /// Queues a line. @param connection null for the current one @param message without line feed
@@ -107,7 +117,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             return;
         }
         message += '\n';
-        target->sendQueue.push_back(std::move(message));
+        target->sendQueue.push(std::move(message));
         if (target->sendQueue.size() == 1) {
             startWrite(target);
         }
@@ -236,6 +246,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     void handleEnd(Connection& connection) {
         connection.readEnded = true;
+        reportLoss(connection);
         notify("onDisconnected", &ClientHandler::onDisconnected);
         current_.reset();  // deliberately whichever is current, not only this one
         if (autoReconnect_) {
@@ -310,6 +321,32 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     // Writing
 
+    /// Value batches are dropped whole while the backlog is full, and other lines never; but what
+    /// only repeats the line in front of it says nothing new once batches in between are gone.
+    [[nodiscard]] bool admit(Connection& connection, const std::string& message) {
+        const auto& queue = connection.sendQueue;
+        if (isNamedValue(message)) {
+            return connection.droppedBatches == 0 || !queue.endsWith(message + '\n');
+        }
+        if (!queue.hasRoomFor(message)) {
+            if (connection.droppedBatches++ == 0) {
+                notifyClientError("Dropping value batches because the server does not read");
+            }
+            return false;
+        }
+        if (queue.backlog() < SendQueue::backlogLimit / 2) {  // not with every batch that just fits
+            reportLoss(connection);
+        }
+        return true;
+    }
+
+    void reportLoss(Connection& connection) {
+        if (const auto count = std::exchange(connection.droppedBatches, 0); count != 0) {
+            notifyClientError("Dropped " + std::to_string(count) +
+                              " value batches because the server did not read");
+        }
+    }
+
     void startWrite(const ConnectionPtr& connection) {
         boost::asio::async_write(
             connection->socket, boost::asio::buffer(connection->sendQueue.front()),
@@ -322,8 +359,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             notifyClientError("Write failed - socket error: '" + queue.front() + "'");
             return;
         }
-        notify("onWrite", &ClientHandler::onWrite, std::move(queue.front()));
-        queue.pop_front();
+        notify("onWrite", &ClientHandler::onWrite, queue.pop());
         if (!queue.empty()) {
             startWrite(connection);
         }

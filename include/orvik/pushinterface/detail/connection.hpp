@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "orvik/pushinterface/detail/send_queue.hpp"
+
 #include <cstddef>
-#include <deque>
 #include <memory>
-#include <string>
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/streambuf.hpp>
@@ -24,8 +24,9 @@ struct Connection {
     }
 
     boost::asio::ip::tcp::socket socket;
-    std::deque<std::string> sendQueue;  ///< lines with their line feed; the front is being written
+    SendQueue sendQueue;                ///< lines with their line feed; the front is being written
     boost::asio::streambuf readBuffer;  ///< received and not yet consumed; grows as needed
+    std::size_t droppedBatches = 0;     ///< since the backlog was full; not reported yet
     bool helloReceived = false;
     bool disconnecting = false;  ///< "EXIT" is queued; nothing may follow it
     bool readEnded = false;      ///< lost or closed by the steward; a write may still be pending

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <string>
+#include <utility>
+
+namespace Orvik::PushInterface::Detail {
+
+/// The lines that wait to be written on one connection, in order, with what they take in memory.
+class SendQueue {
+  public:
+    /// How much may wait, in bytes of memory, when another value batch comes.
+    static constexpr std::size_t backlogLimit = 64'000'000;
+
+    [[nodiscard]] bool empty() const noexcept { return lines_.empty(); }
+    [[nodiscard]] std::size_t size() const noexcept { return lines_.size(); }
+    [[nodiscard]] std::string& front() noexcept { return lines_.front(); }
+    [[nodiscard]] std::size_t backlog() const noexcept { return backlog_; }
+
+    /// A batch that finds nothing waiting is never too large.
+    [[nodiscard]] bool hasRoomFor(const std::string& batch) const noexcept {
+        return lines_.empty() || backlog_ + costOf(batch) <= backlogLimit;
+    }
+
+    /// Whether the same line was queued last and is not being written yet.
+    [[nodiscard]] bool endsWith(const std::string& line) const noexcept {
+        return lines_.size() > 1 && lines_.back() == line;
+    }
+
+    void push(std::string line) {
+        backlog_ += costOf(line);
+        lines_.push_back(std::move(line));
+    }
+
+    [[nodiscard]] std::string pop() {
+        auto line = std::move(lines_.front());
+        lines_.pop_front();
+        backlog_ -= costOf(line);
+        return line;
+    }
+
+  private:
+    static std::size_t costOf(const std::string& line) noexcept {
+        return sizeof line + line.size();
+    }
+
+    std::deque<std::string> lines_;
+    std::size_t backlog_ = 0;
+};
+
+}  // namespace Orvik::PushInterface::Detail
