@@ -1,0 +1,230 @@
+# SPDX-License-Identifier: MIT
+"""One daemon between its server and its steward, and rounds of faults around it."""
+from __future__ import annotations
+
+import asyncio
+import math
+import random
+from collections.abc import AsyncIterator
+from contextlib import asynccontextmanager
+from dataclasses import dataclass, field
+from pathlib import Path
+
+from .faults import GROUPS, Fault
+from .invariants import Judge
+from .plant import Description, some_tags, whole_plant
+from .processes import Daemon, OpcUaServer, Violation, free_port
+from .proxy import Proxy
+from .steward import Steward
+
+PLANT_SIZE = 4000
+#: What a shared machine may add to each designed delay, in seconds.
+SLACK = 4.0
+#: Main, client and worker; the steward's address is none that has to be looked up.
+MAX_THREADS = 3
+#: How much the memory of a process may grow after its first rounds, in KiB.
+MEMORY_MARGIN = 16 * 1024
+WARM_UP = 5  # rounds
+#: Every so many rounds all abandoned sessions have to be gone.
+ROUNDS_PER_CHECK = 10
+SESSION_LIMIT = 60.0
+
+
+@dataclass
+class Memory:
+    """Of one process, resident, in KiB."""
+
+    begin: int = 0
+    end: int = 0
+    largest: int = 0
+
+
+@dataclass
+class Figures:
+    """What is counted; lanes add theirs up."""
+
+    rounds: int = 0
+    recoveries: dict[str, list[float]] = field(default_factory=dict)  # seconds, by fault
+    memory: list[Memory] = field(default_factory=list)
+    descriptors: set[int] = field(default_factory=set)
+    threads: int = 0
+    sessions: int = 0
+
+
+class Lane:
+    def __init__(self, build: Path, folder: Path, seed: str, heavy_load: asyncio.Lock) -> None:
+        self.rng = random.Random(seed)
+        self.heavy_load = heavy_load
+        self.figures = Figures()
+        self.plant = whole_plant(PLANT_SIZE)
+        self.server = OpcUaServer(build / "opcua-simulator", folder, self.rng)
+        self.proxy = Proxy(free_port(self.rng), self.server.port, self.rng)
+        self.failed: asyncio.Future[None] = asyncio.get_running_loop().create_future()
+        self.judge = Judge(self.server, self.fail)
+        self.steward = Steward(free_port(self.rng), self.judge, self.fail)
+        self.daemon = Daemon(build, folder)
+        self.current = "start"
+        self._rounds_of_process = 0
+        self._descriptors = 0
+
+    # What the faults use
+
+    def now(self) -> float:
+        return asyncio.get_running_loop().time()
+
+    def some_tags(self) -> Description:
+        return some_tags(self.rng, self.proxy.port)
+
+    async def steward_connected(self) -> None:
+        async with asyncio.timeout(16 + SLACK):
+            while self.steward.current is None:
+                await asyncio.sleep(0.05)
+
+    async def start_daemon(self) -> None:
+        self._rounds_of_process = 0
+        self.figures.memory.append(Memory())
+        await self.daemon.start(self.steward.port)
+
+    def fail(self, text: str) -> None:
+        """Ends the lane, from wherever."""
+        if not self.failed.done():
+            self.failed.set_exception(Violation(text))
+
+    # The whole life of a lane
+
+    async def run(self, end: float) -> None:
+        async with self._everything_running():
+            tasks = [asyncio.create_task(work) for work in (self._rounds(end), self._watch())]
+            try:
+                await asyncio.wait([*tasks, self.failed], return_when=asyncio.FIRST_COMPLETED)
+                for task in (self.failed, *tasks):
+                    if task.done():
+                        task.result()
+            finally:
+                for task in tasks:
+                    task.cancel()
+                await asyncio.gather(*tasks, return_exceptions=True)
+
+    @asynccontextmanager
+    async def _everything_running(self) -> AsyncIterator[None]:
+        try:
+            await self.server.start(self.plant)
+            await self.proxy.start()
+            self.steward.description = self.some_tags()
+            await self.steward.start()
+            await self.start_daemon()
+            yield
+        finally:
+            await self.daemon.kill()
+            await self.server.kill()
+            self.proxy.stop()
+            self.steward.stop()
+
+    async def _rounds(self, end: float) -> None:
+        await self.judge.fresh(self.now(), SLACK)
+        while self.now() < end:
+            await self._round(self._pick())
+            self.figures.rounds += 1
+            if self.figures.rounds % ROUNDS_PER_CHECK == 0:
+                await self._sessions_gone(1)
+        await self._sessions_gone(1)
+        await self._stop()
+
+    async def _watch(self) -> None:
+        """What must hold at every moment."""
+        while True:
+            await asyncio.sleep(0.25)
+            self.daemon.check_log()
+            if self.daemon.is_running:
+                memory = self.figures.memory[-1]
+                memory.largest = max(memory.largest, self.daemon.memory())
+                await self._check_threads()
+
+    async def _check_threads(self) -> None:
+        for _ in range(3):  # a thread that was joined can be seen for a moment
+            threads = self.daemon.threads()
+            if threads <= MAX_THREADS:
+                self.figures.threads = max(self.figures.threads, threads)
+                return
+            await asyncio.sleep(0.02)
+        raise Violation(f"{threads} threads")
+
+    # Rounds
+
+    def _pick(self) -> list[Fault]:
+        """One fault, or up to three that differ in what they affect."""
+        groups = self.rng.sample(GROUPS, self.rng.choices((1, 2, 3), (5, 3, 1))[0])
+        faults = [
+            self.rng.choices(group, [fault.weight for fault in group])[0] for group in groups
+        ]
+        return next(([fault] for fault in faults if fault.is_alone), faults)
+
+    async def _round(self, faults: list[Fault]) -> None:
+        plans = [(f, self._duration(), self.rng.uniform(0, 2) * (len(faults) > 1)) for f in faults]
+        self.current = ", ".join(f"{f.name} for {s:.1f} s" for f, s, _ in plans)
+        pull_delay = self.steward.description.pull_delay / 1000
+        self.judge.forget()
+        await asyncio.gather(*(self._inflict(*plan) for plan in plans))
+        await self._recover(faults)
+        self._check_surfaced(plans, pull_delay)
+        await self.judge.steady(self.rng.uniform(0.5, 2), self._pull_delay())
+        self.judge.forget()
+        await self._check_resources()
+
+    def _pull_delay(self) -> float:
+        return self.steward.description.pull_delay / 1000
+
+    def _duration(self) -> float:
+        """0.1 to 10 s, the short ones as often as the long ones."""
+        return math.exp(self.rng.uniform(math.log(0.1), math.log(10)))
+
+    async def _inflict(self, fault: Fault, seconds: float, delay: float) -> None:
+        await asyncio.sleep(delay)
+        await fault.act(self, seconds)
+
+    async def _recover(self, faults: list[Fault]) -> None:
+        begin = self.now()
+        limit = max(fault.delay for fault in faults) + self._pull_delay() + SLACK
+        await self.judge.fresh(begin, limit)
+        for fault in faults:
+            self.figures.recoveries.setdefault(fault.name, []).append(self.now() - begin)
+
+    def _check_surfaced(self, plans: list[tuple[Fault, float, float]], pull_delay: float) -> None:
+        """Alone and long enough, a fault must have been published."""
+        fault, seconds, _ = plans[0]
+        if len(plans) == 1 and seconds > fault.surfaces + pull_delay and not any(self.judge.errors):
+            raise Violation("no error was published")
+
+    # What must not grow
+
+    async def _check_resources(self) -> None:
+        self._rounds_of_process += 1
+        self._check_memory(self.figures.memory[-1])
+        descriptors = self.daemon.descriptors()
+        if self._rounds_of_process == 1:
+            self._descriptors = descriptors
+            self.figures.descriptors.add(descriptors)
+        if descriptors != self._descriptors:
+            raise Violation(f"{descriptors} descriptors, {self._descriptors} at first")
+
+    def _check_memory(self, memory: Memory) -> None:
+        memory.end = self.daemon.memory()
+        if self._rounds_of_process == WARM_UP:
+            memory.begin = memory.end
+        if self._rounds_of_process > WARM_UP and memory.end > memory.begin + MEMORY_MARGIN:
+            raise Violation(f"memory grew from {memory.begin} to {memory.end} KiB")
+
+    async def _sessions_gone(self, expected: int) -> None:
+        self.current = "sessions"
+        end = self.now() + SESSION_LIMIT
+        self.figures.sessions = max(self.figures.sessions, await self.server.sessions())
+        while (alive := await self.server.sessions()) != expected:
+            if self.now() > end:
+                raise Violation(f"{alive} sessions of ours alive")
+            await asyncio.sleep(0.5)
+
+    async def _stop(self) -> None:
+        self.current = "stop"
+        self.daemon.signal(15)
+        await self.daemon.ended(7 + SLACK)
+        await self._sessions_gone(0)
