@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/protocol_handler.hpp"
 
+#include "opcua/read_response.hpp"
 #include "opcua/session.hpp"
 #include "opcua/status_code_name.hpp"
-#include "opcua/value.hpp"
-#include "orvik/pushinterface/protocol.hpp"
 
 #include <chrono>
 #include <utility>
@@ -20,31 +19,6 @@ namespace {
 std::chrono::milliseconds sessionTimeout(const Device& device) {
     constexpr std::chrono::seconds margin{15};
     return margin + 2 * std::chrono::milliseconds{device.pullDelay};
-}
-
-/// Of the whole Read; the other results are looked at tag by tag.
-UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
-    if (response->responseHeader.serviceResult != UA_STATUSCODE_GOOD) {
-        return response->responseHeader.serviceResult;
-    }
-    if (response->resultsSize != tagCount) {
-        return UA_STATUSCODE_BADUNEXPECTEDERROR;
-    }
-    return tagCount != 0 && response->results[0].hasStatus ? response->results[0].status
-                                                           : UA_STATUSCODE_GOOD;
-}
-
-/// @return empty if the result holds a single value
-std::string checkScalar(const Tag& tag, const UA_DataValue& result) {
-    if (!result.hasValue) {
-        const bool isBad = result.hasStatus && result.status != UA_STATUSCODE_GOOD;
-        return std::string{
-            statusCodeName(isBad ? result.status : UA_STATUSCODE_BADUNEXPECTEDERROR)};
-    }
-    if (!UA_Variant_isScalar(&result.value)) {
-        return "UAvariant type not supported for tag: " + tag.address;
-    }
-    return {};
 }
 
 }  // namespace
@@ -88,17 +62,7 @@ std::string ProtocolHandler::verifyTags(Device& device) {
     if (auto error = readAll(device, response); !error.empty()) {
         return error;
     }
-    for (std::size_t i = 0; i < device.tags.size(); ++i) {
-        const auto& tag = *device.tags[i];
-        const auto& result = response->results[i];
-        if (auto error = checkScalar(tag, result); !error.empty()) {
-            return error;
-        }
-        if (auto error = checkTagType(tag, result.value); !error.empty()) {
-            return error;
-        }
-    }
-    return {};
+    return checkTypes(device, response);
 }
 
 std::string ProtocolHandler::pullData(Device& device, Orvik::PushInterface::Client& client) {
@@ -113,23 +77,6 @@ std::string ProtocolHandler::pullData(Device& device, Orvik::PushInterface::Clie
     }
     batchSize_ = batch.size();
     client.write(std::move(batch));
-    return {};
-}
-
-std::string ProtocolHandler::appendBatch(std::string& batch, const Device& device,
-                                         const ReadResponse& response) {
-    for (std::size_t i = 0; i < device.tags.size(); ++i) {
-        const auto& tag = *device.tags[i];
-        const auto& result = response->results[i];
-        if (auto error = checkScalar(tag, result); !error.empty()) {
-            return error;
-        }
-        Orvik::PushInterface::appendTagId(batch, tag.id);
-        if (!appendValue(batch, tag, result.value)) {
-            return wrongType(tag, result.value);
-        }
-        batch += '\n';
-    }
     return {};
 }
 

@@ -42,8 +42,6 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
 
   private:
     [[nodiscard]] std::string readAll(const Device& device, ReadResponse& response);
-    [[nodiscard]] std::string appendBatch(std::string& batch, const Device& device,
-                                          const ReadResponse& response);
 
     ClientPtr client_;
     std::size_t batchSize_ = 0;  // of the last batch, in bytes: the next one is much like it

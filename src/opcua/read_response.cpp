@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include "opcua/read_response.hpp"
+
+#include "opcua/status_code_name.hpp"
+#include "opcua/value.hpp"
+#include "orvik/pushinterface/protocol.hpp"
+
+namespace PullappOpcUa {
+namespace {
+
+/// @return empty if the result holds a single value
+std::string checkScalar(const Tag& tag, const UA_DataValue& result) {
+    if (!result.hasValue) {
+        const bool isBad = result.hasStatus && result.status != UA_STATUSCODE_GOOD;
+        return std::string{
+            statusCodeName(isBad ? result.status : UA_STATUSCODE_BADUNEXPECTEDERROR)};
+    }
+    if (!UA_Variant_isScalar(&result.value)) {
+        return "UAvariant type not supported for tag: " + tag.address;
+    }
+    return {};
+}
+
+}  // namespace
+
+UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
+    if (response->responseHeader.serviceResult != UA_STATUSCODE_GOOD) {
+        return response->responseHeader.serviceResult;
+    }
+    if (response->resultsSize != tagCount) {
+        return UA_STATUSCODE_BADUNEXPECTEDERROR;
+    }
+    // The other results are looked at tag by tag
+    return tagCount != 0 && response->results[0].hasStatus ? response->results[0].status
+                                                           : UA_STATUSCODE_GOOD;
+}
+
+std::string checkTypes(const Device& device, const ReadResponse& response) {
+    for (std::size_t i = 0; i < device.tags.size(); ++i) {
+        const auto& tag = *device.tags[i];
+        const auto& result = response->results[i];
+        if (auto error = checkScalar(tag, result); !error.empty()) {
+            return error;
+        }
+        if (auto error = checkTagType(tag, result.value); !error.empty()) {
+            return error;
+        }
+    }
+    return {};
+}
+
+std::string appendBatch(std::string& batch, const Device& device, const ReadResponse& response) {
+    for (std::size_t i = 0; i < device.tags.size(); ++i) {
+        const auto& tag = *device.tags[i];
+        const auto& result = response->results[i];
+        if (auto error = checkScalar(tag, result); !error.empty()) {
+            return error;
+        }
+        Orvik::PushInterface::appendTagId(batch, tag.id);
+        if (!appendValue(batch, tag, result.value)) {
+            return wrongType(tag, result.value);
+        }
+        batch += '\n';
+    }
+    return {};
+}
+
+}  // namespace PullappOpcUa

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "opcua/device.hpp"
+#include "opcua/stack.hpp"
+
+#include <cstddef>
+#include <string>
+
+/// What the answer to a Read says of a device's tags. Nothing in it is trusted but its form.
+namespace PullappOpcUa {
+
+/// Of the whole Read: not Good also if there is not one result for each tag, or the first is bad.
+[[nodiscard]] UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount);
+
+/**
+ * Whether each tag has a scalar value of its type.
+ *
+ * @param response with one result for each tag
+ * @return empty, or the first reason why not
+ */
+[[nodiscard]] std::string checkTypes(const Device& device, const ReadResponse& response);
+
+/**
+ * Appends one line for each tag, with its id and its value.
+ *
+ * @param response with one result for each tag
+ * @return empty, or why a value cannot be had; a part of the batch may have been appended then
+ */
+[[nodiscard]] std::string appendBatch(std::string& batch, const Device& device,
+                                      const ReadResponse& response);
+
+}  // namespace PullappOpcUa
