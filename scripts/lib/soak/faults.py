@@ -147,13 +147,19 @@ async def stops_reading(lane: Lane, seconds: float) -> None:
     connection.transport.resume_reading()
 
 
-async def overflows(lane: Lane, _seconds: float) -> None:
-    """Stops reading, with many tags read as fast as they can be, for longer than the backlog holds."""
+async def overflows(lane: Lane, seconds: float) -> None:
+    """Stops reading, with many tags read as fast as they can be, until the daemon drops batches."""
     async with lane.heavy_load:
         await change(lane, replace(lane.plant, port=lane.proxy.port))
-        await lane.judge.fresh(lane.now(), SERVER_DELAY)
-        await stops_reading(lane, 30)
+        await lane.judge.using(lane.steward.description, 5)
+        connection = lane.steward.current
+        assert connection
+        connection.transport.pause_reading()
+        await lane.dropping(True)
+        await asyncio.sleep(seconds)
+        connection.transport.resume_reading()
         await change(lane, lane.some_tags())
+        await lane.dropping(False)
 
 
 async def log_on_anew(lane: Lane) -> None:
@@ -251,4 +257,12 @@ STEWARD = (
     Fault("steward: other tags", changes, 5),
     Fault("steward: bad description", is_refused, 5, weight=0.3),
 )
-GROUPS = (SERVER, WAY, STEWARD)
+
+
+Groups = list[list[Fault]]
+
+
+def groups(text: str) -> Groups:
+    """All faults whose names contain a text, by what they affect; two of a group exclude each other."""
+    chosen = ([fault for fault in group if text in fault.name] for group in (SERVER, WAY, STEWARD))
+    return [group for group in chosen if group]

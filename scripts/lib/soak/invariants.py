@@ -55,9 +55,10 @@ class Judge:
         self.tolerates_changes = False  # bytes are being changed on the way: values can be anything
         self.errors: list[str] = []  # published since the last call of `forget`
         self._must_clear = False
+        self._description: Description | None = None  # of the last batch
         self._newest = 0.0  # when the newest values were read
         self._arrival = 0.0
-        self._last = (0.0, 0.0, 0.0)  # birth of the server, and when its last values were read
+        self._last = (0.0, 0.0)  # birth of the server, and when its last values were read
         self._changed = asyncio.Event()
 
     # What the daemon sends
@@ -86,6 +87,7 @@ class Judge:
         self._must_clear = False
 
     def _on_values(self, description: Description, values: list[bytes]) -> None:
+        self._description = description
         self.batches += 1
         self.values += len(values)
         moment = description.moment(values)
@@ -99,7 +101,7 @@ class Judge:
             return  # from a server that has been restarted since
         if read < self._last[1] and self._last[0] == self._server.born[0]:
             self._fail(f"values {self._last[1] - read:.3f} s older than those before")
-        self._last = (self._server.born[0], read, 0.0)
+        self._last = (self._server.born[0], read)
         self._newest, self._arrival = read, now
         self._changed.set()
 
@@ -109,13 +111,25 @@ class Judge:
         self.errors.clear()
         self.tolerates_changes = False
 
+    async def using(self, description: Description, limit: float) -> None:
+        """Waits for a batch of a description."""
+        try:
+            async with asyncio.timeout(limit):
+                while self._description is not description:
+                    await self._next_change()
+        except TimeoutError:
+            raise Violation("the new description is not used") from None
+
+    async def _next_change(self) -> None:
+        self._changed.clear()
+        await self._changed.wait()
+
     async def fresh(self, since: float, limit: float) -> None:
         """Waits for values read after a time, and for the end of the error."""
         try:
             async with asyncio.timeout(limit):
                 while self._newest < since or self._must_clear:
-                    self._changed.clear()
-                    await self._changed.wait()
+                    await self._next_change()
         except TimeoutError:
             raise Violation(f"no fresh value within {limit:.1f} s; errors: {self.errors}") from None
         if self.errors and self.errors[-1]:

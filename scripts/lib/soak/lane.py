@@ -10,7 +10,7 @@ from contextlib import asynccontextmanager
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from .faults import GROUPS, Fault
+from .faults import Fault, Groups
 from .invariants import Judge
 from .plant import Description, some_tags, whole_plant
 from .processes import Daemon, OpcUaServer, Violation, free_port
@@ -28,6 +28,8 @@ WARM_UP = 5  # rounds
 #: Every so many rounds all abandoned sessions have to be gone.
 ROUNDS_PER_CHECK = 10
 SESSION_LIMIT = 60.0
+#: How long the backlog may take to fill, or to empty, in seconds.
+DROP_LIMIT = 120.0
 
 
 @dataclass
@@ -52,9 +54,12 @@ class Figures:
 
 
 class Lane:
-    def __init__(self, build: Path, folder: Path, seed: str, heavy_load: asyncio.Lock) -> None:
+    def __init__(
+        self, build: Path, folder: Path, seed: str, groups: Groups, heavy_load: asyncio.Lock
+    ) -> None:
         self.rng = random.Random(seed)
         self.heavy_load = heavy_load
+        self._groups = groups
         self.figures = Figures()
         self.plant = whole_plant(PLANT_SIZE)
         self.server = OpcUaServer(build / "opcua-simulator", folder, self.rng)
@@ -79,6 +84,15 @@ class Lane:
         async with asyncio.timeout(16 + SLACK):
             while self.steward.current is None:
                 await asyncio.sleep(0.05)
+
+    async def dropping(self, expected: bool) -> None:
+        """Waits until the daemon logs that it begins or ends to drop batches."""
+        try:
+            async with asyncio.timeout(DROP_LIMIT):
+                while self.daemon.is_dropping != expected:
+                    await asyncio.sleep(0.1)
+        except TimeoutError:
+            raise Violation(f"no record that batches are dropped: {expected}") from None
 
     async def start_daemon(self) -> None:
         self._rounds_of_process = 0
@@ -153,7 +167,8 @@ class Lane:
 
     def _pick(self) -> list[Fault]:
         """One fault, or up to three that differ in what they affect."""
-        groups = self.rng.sample(GROUPS, self.rng.choices((1, 2, 3), (5, 3, 1))[0])
+        count = min(len(self._groups), self.rng.choices((1, 2, 3), (5, 3, 1))[0])
+        groups = self.rng.sample(self._groups, count)
         faults = [
             self.rng.choices(group, [fault.weight for fault in group])[0] for group in groups
         ]

@@ -17,6 +17,8 @@ from functools import cached_property
 
 MILLISECOND = 0.001
 ROUNDING = 1e-6
+#: How many values of a batch are looked at closely; the backlog holds batches of thousands.
+EXAMINED = 100
 
 INTEGER = rb"(-?(?:0|[1-9]\d*))"
 FLOATING = rb"(-?(?:nan|inf|\d[\d.e+-]*))"
@@ -113,7 +115,7 @@ class Tag:
         number = float(text)
         if math.isnan(number) or self.kind.bits == 64:
             return math.isnan(number) or text == b"%.18g" % number
-        return text == b"%.10g" % struct.unpack("f", struct.pack("f", number))
+        return text == b"%.10g" % struct.unpack("f", struct.pack("f", number))[0]
 
     def fits(self, text: bytes, moment: float) -> bool:
         """Whether the simulator had this value within a millisecond after the moment."""
@@ -167,7 +169,7 @@ class Description:
         if match is None:
             return None
         texts = list(match.groups())
-        return texts if all(map(Tag.is_well_formed, self.tags, texts)) else None
+        return texts if all(map(Tag.is_well_formed, self.tags[:EXAMINED], texts)) else None
 
     def moment(self, values: list[bytes]) -> float:
         """When the values were read, in seconds of the simulator's own time."""
@@ -176,7 +178,7 @@ class Description:
 
     def misfit(self, values: list[bytes], moment: float) -> str:
         """The first value that another tag or another moment has; empty if there is none."""
-        for tag, text in zip(self.tags[:100], values):
+        for tag, text in zip(self.tags[:EXAMINED], values):
             if not tag.fits(text, moment):
                 return f"{tag.address} is {text[:80]!r} at {moment:.3f} s"
         return ""

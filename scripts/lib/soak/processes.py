@@ -9,6 +9,7 @@ import re
 import signal
 import socket
 from pathlib import Path
+from typing import Any
 
 from .plant import Description
 
@@ -37,7 +38,7 @@ class Child:
     def __init__(self) -> None:
         self.process: asyncio.subprocess.Process | None = None
 
-    async def spawn(self, *command: str, **options: object) -> asyncio.subprocess.Process:
+    async def spawn(self, *command: str, **options: Any) -> asyncio.subprocess.Process:
         self.process = await asyncio.create_subprocess_exec(
             "setpriv", "--pdeathsig", "KILL", "--", *command, start_new_session=True, **options
         )
@@ -106,6 +107,8 @@ RECORDS = re.compile(
     r"|Received invalid info: .*|Info was: .*"
     r"|Received error from push interface client: (Could not connect to server"
     r"|Cannot write (without an active connection|when already disconnecting)"
+    r"|Dropping value batches because the server does not read"
+    r"|Dropped \d+ value batches because the server did not read"
     r"|Write failed - socket error: '.*|Unexpected server message( type)?: .*)"
     r"|(Error: )?[A-Z][A-Z0-9_]+|Wrong type for tag: .*|UAvariant type not supported for tag: .*"
 )
@@ -124,6 +127,7 @@ class Daemon(Child):
         self._output = (folder / "output").open("ab")
         self._read = 0
         self.last_records: list[str] = []
+        self.is_dropping = False  # batches, as its last record about them says
 
     async def start(self, steward_port: int) -> None:
         variables = {
@@ -189,3 +193,5 @@ class Daemon(Child):
         record = RECORD.fullmatch(line)
         if record is None or not RECORDS.fullmatch(record[1]):
             raise Violation(f"strange log record: {line[:300]}")
+        if " value batches because the server " in line:
+            self.is_dropping = "Dropping" in line
