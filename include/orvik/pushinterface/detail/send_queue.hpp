@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <string>
 #include <utility>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace Orvik::PushInterface::Detail {
 
@@ -13,6 +18,14 @@ class SendQueue {
   public:
     /// How much may wait, in bytes of memory, when another value batch comes.
     static constexpr std::size_t backlogLimit = 64'000'000;
+
+    SendQueue() = default;
+    SendQueue(const SendQueue&) = delete;
+    SendQueue& operator=(const SendQueue&) = delete;
+    ~SendQueue() {
+        lines_.clear();
+        returnMemory();
+    }
 
     [[nodiscard]] bool empty() const noexcept { return lines_.empty(); }
     [[nodiscard]] std::size_t size() const noexcept { return lines_.size(); }
@@ -31,6 +44,7 @@ class SendQueue {
 
     void push(std::string line) {
         backlog_ += costOf(line);
+        peak_ = std::max(peak_, backlog_);
         lines_.push_back(std::move(line));
     }
 
@@ -38,6 +52,9 @@ class SendQueue {
         auto line = std::move(lines_.front());
         lines_.pop_front();
         backlog_ -= costOf(line);
+        if (lines_.empty()) {
+            returnMemory();
+        }
         return line;
     }
 
@@ -46,8 +63,18 @@ class SendQueue {
         return sizeof line + line.size();
     }
 
+    /// Else the C library would keep what a large backlog took, for the rest of the process.
+    void returnMemory() noexcept {
+        if (std::exchange(peak_, 0) > backlogLimit / 4) {
+#ifdef __GLIBC__
+            ::malloc_trim(0);
+#endif
+        }
+    }
+
     std::deque<std::string> lines_;
     std::size_t backlog_ = 0;
+    std::size_t peak_ = 0;  ///< largest backlog since the memory was last returned
 };
 
 }  // namespace Orvik::PushInterface::Detail
