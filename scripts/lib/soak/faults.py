@@ -157,7 +157,7 @@ async def overflows(lane: Lane, seconds: float) -> None:
         connection.transport.pause_reading()
         await lane.dropping(True)
         await asyncio.sleep(seconds)
-        connection.transport.resume_reading()
+        connection.transport.resume_reading() if lane.rng.random() < 0.7 else lane.steward.close(reset=True)
         await change(lane, lane.some_tags())
         await lane.dropping(False)
 
@@ -246,7 +246,7 @@ STEWARD = (
     Fault("steward breaks off", breaks_off, STEWARD_DELAY),
     Fault("steward down", is_down, STEWARD_DELAY),
     Fault("steward stops reading", stops_reading, 5),
-    Fault("steward: backlog full", overflows, 15, weight=0.5, is_alone=True),
+    Fault("steward: backlog full", overflows, STEWARD_DELAY, weight=0.5, is_alone=True),
     Fault("steward slow", is_slow, STEWARD_DELAY),
     Fault("steward: CR LF", ends_lines_badly, STEWARD_DELAY),
     Fault("steward refuses log-on", refuses_log_on, STEWARD_DELAY),

@@ -13,6 +13,7 @@ from typing import Any
 
 from .plant import Description
 
+ROOT = Path(__file__).resolve().parents[3]
 Loop = asyncio.get_running_loop
 
 
@@ -133,7 +134,8 @@ class Daemon(Child):
         variables = {
             "LD_PRELOAD": str(self._build / "tests/libdaemon-preload.so"),
             "SYSLOG_CAPTURE": str(self._log),
-            "ASAN_OPTIONS": "verify_asan_link_order=0",
+            "ASAN_OPTIONS": "verify_asan_link_order=0",  # the library above comes first
+            "TSAN_OPTIONS": f"suppressions={ROOT}/tests/tsan.supp",
         }
         await self.spawn(
             str(self._build / "pullapp-opc-ua"),
