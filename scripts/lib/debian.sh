@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=bash
-# Packages of other suites and architectures, fetched without touching the system's configuration.
+# Packages of other suites and architectures, and whole trees of them, without touching this system.
 
 # The mirror that apt itself uses; known once its lists have been fetched.
 mirror() {
@@ -21,4 +21,24 @@ apt_apart() {
     apt-get -o Dir::Etc::SourceList="$state/sources.list" -o Dir::Etc::SourceParts=- \
         -o Dir::State::Lists="$state/lists" -o Dir::State::status="$state/status" -o Dir::Cache="$state/cache" \
         -o APT::Sandbox::User=root "$@"
+}
+
+# Makes a minimal tree of a suite, in which apt reaches and judges its mirror as here. More arguments go
+# to debootstrap.
+make_tree() {
+    local suite=$1 tree=$2
+    debootstrap --variant=minbase "${@:3}" "$suite" "$tree" "$(mirror)" >"$tree.log" ||
+        { tail -n 20 "$tree.log"; return 1; }
+    cp /etc/resolv.conf /etc/hosts "$tree/etc/"
+    apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-Valid-Until|Check-Date) ' \
+        >"$tree/etc/apt/apt.conf.d/90mirror" || true
+}
+
+# Runs commands in a tree, with processes of its own: none of them, and no mount, outlives this.
+inside() {
+    local tree=$1
+    # shellcheck disable=SC2016 # for the inner shell
+    unshare --mount --pid --fork sh -c 'mount -t proc proc "$0/proc" && exec chroot "$0" "$@"' "$tree" \
+        env -i HOME=/root LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin \
+        sh -euc "${*:2}"
 }
