@@ -32,6 +32,7 @@ class Fault:
     surfaces: float = NEVER  # seconds after which, one pull delay later, an error must be published
     weight: float = 1
     is_alone: bool = False  # no other fault at the same time
+    is_work: bool = False  # for the daemon: it may use what the processor gives
 
 
 # The OPC UA server
@@ -246,16 +247,16 @@ STEWARD = (
     Fault("steward breaks off", breaks_off, STEWARD_DELAY),
     Fault("steward down", is_down, STEWARD_DELAY),
     Fault("steward stops reading", stops_reading, 5),
-    Fault("steward: backlog full", overflows, STEWARD_DELAY, weight=0.5, is_alone=True),
+    Fault("steward: backlog full", overflows, STEWARD_DELAY, weight=0.5, is_alone=True, is_work=True),
     Fault("steward slow", is_slow, STEWARD_DELAY),
     Fault("steward: CR LF", ends_lines_badly, STEWARD_DELAY),
     Fault("steward refuses log-on", refuses_log_on, STEWARD_DELAY),
     Fault("steward greets late", greets_late, 5),
     Fault("steward: long line", long_line, 5),
-    Fault("steward: many lines", many_lines, 5),
-    Fault("steward: flood of IFCH", changes_often, 10),
+    Fault("steward: many lines", many_lines, 5, is_work=True),
+    Fault("steward: flood of IFCH", changes_often, 10, is_work=True),
     Fault("steward: other tags", changes, 5),
-    Fault("steward: bad description", is_refused, 5, weight=0.3),
+    Fault("steward: bad description", is_refused, 5, weight=0.3, is_work=True),
 )
 
 

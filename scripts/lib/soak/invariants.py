@@ -7,7 +7,8 @@ from collections.abc import Callable
 from typing import TYPE_CHECKING, Generic, TypeVar
 
 from .plant import Description
-from .processes import ERROR, OpcUaServer, Violation
+from .processes import ERROR, OpcUaServer
+from .violation import Violation, until
 
 if TYPE_CHECKING:
     from .steward import Connection
@@ -59,7 +60,6 @@ class Judge:
         self._newest = 0.0  # when the newest values were read
         self._arrival = 0.0
         self._last = (0.0, 0.0)  # birth of the server, and when its last values were read
-        self._changed = asyncio.Event()
 
     # What the daemon sends
 
@@ -81,7 +81,6 @@ class Judge:
         self._must_clear = False
         if not self.errors or self.errors[-1] != text:
             self.errors.append(text)
-        self._changed.set()
 
     def on_connected(self) -> None:
         self._must_clear = False
@@ -103,7 +102,6 @@ class Judge:
             self._fail(f"values {self._last[1] - read:.3f} s older than those before")
         self._last = (self._server.born[0], read)
         self._newest, self._arrival = read, now
-        self._changed.set()
 
     # What must be so when all is well
 
@@ -113,25 +111,19 @@ class Judge:
 
     async def using(self, description: Description, limit: float) -> None:
         """Waits for a batch of a description."""
-        try:
-            async with asyncio.timeout(limit):
-                while self._description is not description:
-                    await self._next_change()
-        except TimeoutError:
-            raise Violation("the new description is not used") from None
-
-    async def _next_change(self) -> None:
-        self._changed.clear()
-        await self._changed.wait()
+        await until(
+            lambda: self._description is description,
+            limit,
+            lambda: f"no batch of the new description; errors: {self.errors}",
+        )
 
     async def fresh(self, since: float, limit: float) -> None:
         """Waits for values read after a time, and for the end of the error."""
-        try:
-            async with asyncio.timeout(limit):
-                while self._newest < since or self._must_clear:
-                    await self._next_change()
-        except TimeoutError:
-            raise Violation(f"no fresh value within {limit:.1f} s; errors: {self.errors}") from None
+        await until(
+            lambda: self._newest >= since and not self._must_clear,
+            limit,
+            lambda: f"no fresh value; errors: {self.errors}",
+        )
         if self.errors and self.errors[-1]:
             raise Violation(f"error '{self.errors[-1]}' was not cleared")
 

@@ -6,16 +6,17 @@ import asyncio
 import math
 import random
 from collections.abc import AsyncIterator
-from contextlib import asynccontextmanager
+from contextlib import asynccontextmanager, suppress
 from dataclasses import dataclass, field
 from pathlib import Path
 
-from .faults import Fault, Groups
+from .faults import STEWARD_DELAY, Fault, Groups
 from .invariants import Judge
 from .plant import Description, some_tags, whole_plant
-from .processes import Daemon, OpcUaServer, Violation, free_port
+from .processes import Daemon, OpcUaServer, free_port
 from .proxy import Proxy
 from .steward import Steward
+from .violation import Violation, until
 
 PLANT_SIZE = 4000
 #: What a shared machine may add to each designed delay, in seconds.
@@ -25,6 +26,10 @@ MAX_THREADS = 3
 #: How much the memory of a process may grow after its first rounds, in KiB.
 MEMORY_MARGIN = 16 * 1024
 WARM_UP = 5  # rounds
+#: With as much waiting as a steward that does not read may cause, in KiB.
+MEMORY_LIMIT = (64_000_000 >> 10) + 32 * 1024
+#: How busy the daemon may be over a round: more means that it waits by looking all the time.
+CPU_LIMIT = 0.5
 #: Every so many rounds all abandoned sessions have to be gone.
 ROUNDS_PER_CHECK = 10
 SESSION_LIMIT = 60.0
@@ -49,6 +54,7 @@ class Figures:
     recoveries: dict[str, list[float]] = field(default_factory=dict)  # seconds, by fault
     memory: list[Memory] = field(default_factory=list)
     descriptors: set[int] = field(default_factory=set)
+    cpu: float = 0  # largest share over a round
     threads: int = 0
     sessions: int = 0
 
@@ -82,18 +88,16 @@ class Lane:
         return some_tags(self.rng, self.proxy.port)
 
     async def steward_connected(self) -> None:
-        async with asyncio.timeout(16 + SLACK):
-            while self.steward.current is None:
-                await asyncio.sleep(0.05)
+        limit = STEWARD_DELAY + SLACK
+        await until(lambda: bool(self.steward.current), limit, lambda: "no connection to the steward")
 
     async def dropping(self, expected: bool) -> None:
         """Waits until the daemon logs that it begins or ends to drop batches."""
-        try:
-            async with asyncio.timeout(DROP_LIMIT):
-                while self.daemon.is_dropping != expected:
-                    await asyncio.sleep(0.1)
-        except TimeoutError:
-            raise Violation(f"no record that batches are dropped: {expected}") from None
+        await until(
+            lambda: self.daemon.is_dropping == expected,
+            DROP_LIMIT,
+            lambda: f"no record that it {'drops' if expected else 'dropped'} batches",
+        )
 
     async def start_daemon(self) -> None:
         self._rounds_of_process = 0
@@ -150,10 +154,15 @@ class Lane:
         while True:
             await asyncio.sleep(0.25)
             self.daemon.check_log()
-            if self.daemon.is_running:
-                memory = self.figures.memory[-1]
-                memory.largest = max(memory.largest, self.daemon.memory())
+            self.daemon.check_running()
+            with suppress(FileNotFoundError, ProcessLookupError):  # it may end in this moment
+                self._check_largest(self.figures.memory[-1])
                 await self._check_threads()
+
+    def _check_largest(self, memory: Memory) -> None:
+        memory.largest = max(memory.largest, self.daemon.memory())
+        if memory.largest > MEMORY_LIMIT and not self._is_sanitized:
+            raise Violation(f"{memory.largest} KiB of memory")
 
     async def _check_threads(self) -> None:
         for _ in range(3):  # a thread that was joined can be seen for a moment
@@ -180,12 +189,15 @@ class Lane:
         self.current = ", ".join(f"{f.name} for {s:.1f} s" for f, s, _ in plans)
         pull_delay = self.steward.description.pull_delay / 1000
         self.judge.forget()
+        begin, cpu_time = self.now(), self.daemon.cpu_time()
         await asyncio.gather(*(self._inflict(*plan) for plan in plans))
         await self._recover(faults)
         self._check_surfaced(plans, pull_delay)
         await self.judge.steady(self.rng.uniform(0.5, 2), self._pull_delay())
         self.judge.forget()
         await self._check_resources()
+        if not any(fault.is_work for fault in faults):
+            self._check_cpu((self.daemon.cpu_time() - cpu_time) / (self.now() - begin))
 
     def _pull_delay(self) -> float:
         return self.steward.description.pull_delay / 1000
@@ -222,6 +234,11 @@ class Lane:
             self.figures.descriptors.add(descriptors)
         if descriptors != self._descriptors:
             raise Violation(f"{descriptors} descriptors, {self._descriptors} at first")
+
+    def _check_cpu(self, share: float) -> None:
+        self.figures.cpu = max(self.figures.cpu, share)
+        if share > CPU_LIMIT and not self._is_sanitized:
+            raise Violation(f"the daemon used {share:.0%} of a processor")
 
     def _check_memory(self, memory: Memory) -> None:
         memory.end = self.daemon.memory()

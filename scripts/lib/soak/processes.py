@@ -12,13 +12,10 @@ from pathlib import Path
 from typing import Any
 
 from .plant import Description
+from .violation import Violation
 
 ROOT = Path(__file__).resolve().parents[3]
 Loop = asyncio.get_running_loop
-
-
-class Violation(Exception):
-    """Something that must never happen."""
 
 
 def free_port(rng: random.Random) -> int:
@@ -128,14 +125,16 @@ class Daemon(Child):
         self._output = (folder / "output").open("ab")
         self._read = 0
         self.last_records: list[str] = []
+        self.may_end = False
         self.is_dropping = False  # batches, as its last record about them says
 
     async def start(self, steward_port: int) -> None:
+        self.may_end = False
         variables = {
             "LD_PRELOAD": str(self._build / "tests/libdaemon-preload.so"),
             "SYSLOG_CAPTURE": str(self._log),
             "ASAN_OPTIONS": "verify_asan_link_order=0",  # the library above comes first
-            "TSAN_OPTIONS": f"suppressions={ROOT}/tests/tsan.supp",
+            "TSAN_OPTIONS": f"halt_on_error=1:suppressions={ROOT}/tests/tsan.supp",
         }
         await self.spawn(
             str(self._build / "pullapp-opc-ua"),
@@ -151,12 +150,18 @@ class Daemon(Child):
     async def ended(self, limit: float) -> None:
         """Waits for an end in order."""
         assert self.process
+        self.may_end = True
         try:
             status = await asyncio.wait_for(self.process.wait(), limit)
         except asyncio.TimeoutError:
             raise Violation(f"the daemon does not end within {limit:g} s") from None
         if status != 0:
             raise Violation(f"the daemon ended with status {status}")
+
+    def check_running(self) -> None:
+        if not self.is_running and not self.may_end:
+            assert self.process
+            raise Violation(f"the daemon ended with status {self.process.returncode}")
 
     # What it takes from the system
 
@@ -169,6 +174,12 @@ class Daemon(Child):
     def memory(self) -> int:
         """Resident, in KiB."""
         return self._status("VmRSS")
+
+    def cpu_time(self) -> float:
+        """In seconds."""
+        assert self.process
+        fields = Path(f"/proc/{self.process.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def threads(self) -> int:
         return self._status("Threads")
