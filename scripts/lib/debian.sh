@@ -27,7 +27,7 @@ apt_apart() {
 # to debootstrap.
 make_tree() {
     local suite=$1 tree=$2
-    debootstrap --variant=minbase "${@:3}" "$suite" "$tree" "$(mirror)" >"$tree.log" ||
+    unshare --mount debootstrap --variant=minbase "${@:3}" "$suite" "$tree" "$(mirror)" >"$tree.log" ||
         { tail -n 20 "$tree.log"; return 1; }
     cp /etc/resolv.conf /etc/hosts "$tree/etc/"
     apt-config dump | grep -E '^Acquire::(https?::Proxy|Check-Valid-Until|Check-Date) ' \
