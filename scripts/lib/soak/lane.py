@@ -5,6 +5,7 @@ from __future__ import annotations
 import asyncio
 import math
 import random
+import signal
 from collections.abc import AsyncIterator
 from contextlib import asynccontextmanager, suppress
 from dataclasses import dataclass, field
@@ -23,18 +24,21 @@ PLANT_SIZE = 4000
 SLACK = 4.0
 #: Main, client and worker; the steward's address is none that has to be looked up.
 MAX_THREADS = 3
-#: How much the memory of a process may grow after its first rounds, in KiB.
-MEMORY_MARGIN = 16 * 1024
+#: How much the memory of a process may grow after its first rounds, in KiB: lines and texts of
+#: megabytes leave buffers of their size behind, once.
+MEMORY_MARGIN = 32 * 1024
 WARM_UP = 5  # rounds
 #: With as much waiting as a steward that does not read may cause, in KiB.
 MEMORY_LIMIT = (64_000_000 >> 10) + 32 * 1024
 #: How busy the daemon may be over a round: more means that it waits by looking all the time.
 CPU_LIMIT = 0.5
-#: Every so many rounds all abandoned sessions have to be gone.
+#: Every so many rounds the server must be given the time to forget abandoned sessions, in seconds.
 ROUNDS_PER_CHECK = 10
 SESSION_LIMIT = 60.0
 #: How long the backlog may take to fill, or to empty, in seconds.
 DROP_LIMIT = 120.0
+#: A Read and a disconnect that hang, in seconds.
+STOP_LIMIT = 5 + 1
 
 
 @dataclass
@@ -145,8 +149,8 @@ class Lane:
             await self._round(self._pick())
             self.figures.rounds += 1
             if self.figures.rounds % ROUNDS_PER_CHECK == 0:
-                await self._sessions_gone(1)
-        await self._sessions_gone(1)
+                await self._sessions_left(1, SESSION_LIMIT)
+        await self._sessions_left(1, SESSION_LIMIT)
         await self._stop()
 
     async def _watch(self) -> None:
@@ -248,17 +252,18 @@ class Lane:
         if is_watched and memory.end > memory.begin + MEMORY_MARGIN:
             raise Violation(f"memory grew from {memory.begin} to {memory.end} KiB")
 
-    async def _sessions_gone(self, expected: int) -> None:
+    async def _sessions_left(self, expected: int, limit: float) -> None:
+        """Waits until so many are alive on the server."""
         self.current = "sessions"
-        end = self.now() + SESSION_LIMIT
-        self.figures.sessions = max(self.figures.sessions, await self.server.sessions())
+        end = self.now() + limit
         while (alive := await self.server.sessions()) != expected:
+            self.figures.sessions = max(self.figures.sessions, alive)
             if self.now() > end:
-                raise Violation(f"{alive} sessions of ours alive")
+                raise Violation(f"{alive} sessions of ours alive instead of {expected}")
             await asyncio.sleep(0.5)
 
     async def _stop(self) -> None:
         self.current = "stop"
-        self.daemon.signal(15)
-        await self.daemon.ended(7 + SLACK)
-        await self._sessions_gone(0)
+        self.daemon.signal(signal.SIGTERM)
+        await self.daemon.ended(STOP_LIMIT + SLACK)
+        await self._sessions_left(0, SLACK)
