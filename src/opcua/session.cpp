@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/session.hpp"
 
+#include "opcua/message_guard.hpp"
+
 #include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
+#include <memory>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -72,13 +75,23 @@ void logUnlessFull(void* context, UA_LogLevel level, UA_LogCategory category, co
     }
 }
 
+/// What we know of a client's connections; lives as long as the client.
+struct Link {
+    int connections = 0;
+    MessageGuard guard;  // of the current connection
+    bool isRefused = false;
+};
+
+Link& linkOf(const UA_ClientConfig& config) noexcept {
+    return *static_cast<Link*>(config.clientContext);
+}
+
 /// Counts the connections of one attempt.
 void onState(UA_Client* client, UA_SecureChannelState channel, UA_SessionState /*session*/,
              UA_StatusCode /*status*/) {
     auto* config = UA_Client_getConfig(client);
-    auto* connections = static_cast<int*>(config->clientContext);
-    if (connections != nullptr && channel == UA_SECURECHANNELSTATE_CONNECTING) {
-        config->noReconnect = ++*connections >= maxConnectionsPerAttempt;
+    if (channel == UA_SECURECHANNELSTATE_CONNECTING) {
+        config->noReconnect |= ++linkOf(*config).connections >= maxConnectionsPerAttempt;
     }
 }
 
@@ -95,7 +108,38 @@ UA_StatusCode sendWithLimit(UA_ConnectionManager* manager, uintptr_t connection,
     return originalSend.load()(manager, connection, parameters, buffer);
 }
 
-void limitSending(const UA_EventLoop& loop) {
+using OpenConnection = decltype(UA_ConnectionManager::openConnection);
+
+std::atomic<OpenConnection> originalOpen = nullptr;
+std::atomic<UA_ConnectionManager_connectionCallback> originalReceive = nullptr;
+
+/// Ends the connection where something arrives that is not safe to hand on.
+void receiveGuarded(UA_ConnectionManager* manager, uintptr_t connection, void* client,
+                    void** context, UA_ConnectionState state, const UA_KeyValueMap* parameters,
+                    UA_ByteString bytes) {
+    auto* config = UA_Client_getConfig(static_cast<UA_Client*>(client));
+    auto& link = linkOf(*config);
+    if (state == UA_CONNECTIONSTATE_OPENING) {
+        link.guard = {};
+    }
+    if (link.guard.accepts(bytesOf(bytes))) {
+        originalReceive.load()(manager, connection, client, context, state, parameters, bytes);
+        return;
+    }
+    link.isRefused = true;
+    config->noReconnect = true;
+    manager->closeConnection(manager, connection);
+}
+
+UA_StatusCode openGuarded(UA_ConnectionManager* manager, const UA_KeyValueMap* parameters,
+                          void* client, void* context,
+                          UA_ConnectionManager_connectionCallback receive) {
+    originalReceive = receive;
+    return originalOpen.load()(manager, parameters, client, context, receiveGuarded);
+}
+
+/// Puts our own steps in front of those of the stack.
+void interceptTraffic(const UA_EventLoop& loop) {
     const UA_String tcp = UA_STRING_STATIC("tcp");
     for (auto* source = loop.eventSources; source != nullptr; source = source->next) {
         if (source->eventSourceType != UA_EVENTSOURCETYPE_CONNECTIONMANAGER) {
@@ -105,6 +149,8 @@ void limitSending(const UA_EventLoop& loop) {
         if (UA_String_equal(&manager->protocol, &tcp)) {
             originalSend = manager->sendWithConnection;
             manager->sendWithConnection = sendWithLimit;
+            originalOpen = manager->openConnection;
+            manager->openConnection = openGuarded;
         }
     }
 }
@@ -130,8 +176,9 @@ UA_StatusCode configure(UA_ClientConfig& config, const SessionSettings& settings
     config.outStandingPublishRequests = 10;
     config.connectivityCheckInterval = 0;
     config.noNewSession = true;
+    config.clientContext = std::make_unique<Link>().release();  // the deleter owns it
     config.stateCallback = onState;
-    limitSending(*config.eventLoop);
+    interceptTraffic(*config.eventLoop);
     if (settings.username == nullptr) {
         return UA_STATUSCODE_GOOD;
     }
@@ -141,17 +188,19 @@ UA_StatusCode configure(UA_ClientConfig& config, const SessionSettings& settings
 /// Not the stack's own synchronous connect: that one never returns when the peer sends a message
 /// of a wrong type and leaves the connection open, since it waits for a close that nobody began.
 UA_StatusCode connect(UA_Client& client, const std::string& endpointUrl) {
-    int connections = 0;
     auto* config = UA_Client_getConfig(&client);
-    config->clientContext = &connections;
     UA_Client_connectAsync(&client, endpointUrl.c_str());
+    const auto& link = linkOf(*config);
     iterateUntil(client, requestTimeout, [&] {
         const auto state = stateOf(client);
-        return state.status != UA_STATUSCODE_GOOD || state.session == UA_SESSIONSTATE_ACTIVATED;
+        return link.isRefused || state.status != UA_STATUSCODE_GOOD ||
+               state.session == UA_SESSIONSTATE_ACTIVATED;
     });
     const auto state = stateOf(client);
-    config->clientContext = nullptr;
     config->noReconnect = true;  // from here on a lost connection is a failed pull
+    if (link.isRefused) {
+        return UA_STATUSCODE_BADDECODINGERROR;
+    }
     if (state.status != UA_STATUSCODE_GOOD) {
         return state.status;
     }
@@ -182,6 +231,7 @@ void stopEventLoop(UA_EventLoop& loop) {
 
 void ClientDeleter::operator()(UA_Client* client) const noexcept {
     auto* config = UA_Client_getConfig(client);
+    const std::unique_ptr<Link> link{static_cast<Link*>(config->clientContext)};
     config->noReconnect = true;
     if (config->eventLoop != nullptr) {
         if (stateOf(*client).session >= UA_SESSIONSTATE_CREATED) {
