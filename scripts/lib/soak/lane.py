@@ -31,7 +31,7 @@ WARM_UP = 5  # rounds
 #: With as much waiting as a steward that does not read may cause, in KiB.
 MEMORY_LIMIT = (64_000_000 >> 10) + 32 * 1024
 #: How busy the daemon may be over a round: more means that it waits by looking all the time.
-CPU_LIMIT = 0.5
+CPU_LIMIT = 0.25
 #: Every so many rounds the server must be given the time to forget abandoned sessions, in seconds.
 ROUNDS_PER_CHECK = 10
 SESSION_LIMIT = 60.0
