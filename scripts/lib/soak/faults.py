@@ -39,9 +39,15 @@ class Fault:
 
 
 async def bad_tag(kind: str, lane: Lane, seconds: float) -> None:
-    tags = lane.steward.description.tags
-    tag = next(t for t in tags if t.kind is STRING and not t.max_length) if kind == "long-text" else tags[-1]
+    tag = lane.steward.description.tags[-1]
     lane.server.command(f"fault {kind} {tag.address} {seconds:.3f}")
+    await asyncio.sleep(seconds)
+
+
+async def long_text(lane: Lane, seconds: float) -> None:
+    """A megabyte where a text may be as long as it wants: no fault of the tag, but much to carry."""
+    texts = (tag for tag in lane.steward.description.tags if tag.kind is STRING and not tag.max_length)
+    lane.server.command(f"fault long-text {next(texts).address} {seconds:.3f}")
     await asyncio.sleep(seconds)
 
 
@@ -86,10 +92,10 @@ def tag_gone(lane: Lane) -> Description:
     return replace(lane.plant, tags=tuple(t for t in lane.plant.tags if t.index != gone))
 
 
+TAG_FAULTS = ("bad-status", "no-value", "other-type", "null-string", "array")
 SERVER = (
-    *(Fault(f"tag: {kind}", partial(bad_tag, kind), SERVER_DELAY, 0.5)
-      for kind in ("bad-status", "no-value", "other-type", "null-string", "array")),
-    Fault("tag: long-text", partial(bad_tag, "long-text"), SERVER_DELAY),
+    *(Fault(f"tag: {kind}", partial(bad_tag, kind), SERVER_DELAY, 0.5) for kind in TAG_FAULTS),
+    Fault("tag: long-text", long_text, SERVER_DELAY),
     Fault("server silent", silent, SERVER_DELAY, 6),
     Fault("server frozen", frozen, SERVER_DELAY, 6),
     Fault("server killed", killed, SERVER_DELAY, ALWAYS),
@@ -108,7 +114,10 @@ async def bad_way(kind: str, lane: Lane, seconds: float) -> None:
         await asyncio.sleep(seconds)
 
 
-SURFACES = {**dict.fromkeys(("cut", "reset", "refuse", "garbage"), ALWAYS), **dict.fromkeys(("drop", "half", "echo"), 0.5)}
+SURFACES = {
+    **dict.fromkeys(("cut", "reset", "refuse", "garbage"), ALWAYS),
+    **dict.fromkeys(("drop", "half", "echo"), 0.5),
+}
 WAY = tuple(
     Fault(f"way: {kind}", partial(bad_way, kind), SERVER_DELAY, SURFACES.get(kind, NEVER))
     for kind in proxy.FAULTS
@@ -158,7 +167,10 @@ async def overflows(lane: Lane, seconds: float) -> None:
         connection.transport.pause_reading()
         await lane.dropping(True)
         await asyncio.sleep(seconds)
-        connection.transport.resume_reading() if lane.rng.random() < 0.7 else lane.steward.close(reset=True)
+        if lane.rng.random() < 0.3:
+            lane.steward.close(reset=True)
+        else:
+            connection.transport.resume_reading()
         await change(lane, lane.some_tags())
         await lane.dropping(False)
 
@@ -178,7 +190,7 @@ async def is_slow(lane: Lane, seconds: float) -> None:
 
 
 async def ends_lines_badly(lane: Lane, seconds: float) -> None:
-    """Carriage return and line feed: the daemon takes a log-on that is accepted so for a refusal."""
+    """With a carriage return: the daemon takes a log-on that is accepted so for a refusal."""
     lane.steward.line_end = b"\r\n"
     lane.steward.send("IFCH")
     await log_on_anew(lane)
@@ -259,11 +271,10 @@ STEWARD = (
     Fault("steward: bad description", is_refused, 5, weight=0.3, is_work=True),
 )
 
-
 Groups = list[list[Fault]]
 
 
 def groups(text: str) -> Groups:
-    """All faults whose names contain a text, by what they affect; two of a group exclude each other."""
+    """All faults whose names contain a text. Those of one group exclude each other."""
     chosen = ([fault for fault in group if text in fault.name] for group in (SERVER, WAY, STEWARD))
     return [group for group in chosen if group]

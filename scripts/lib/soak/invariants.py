@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import asyncio
 from collections.abc import Callable
-from typing import TYPE_CHECKING, Generic, TypeVar
+from typing import TYPE_CHECKING
 
 from .plant import Description
 from .processes import ERROR, OpcUaServer
@@ -13,25 +13,23 @@ from .violation import Violation, until
 if TYPE_CHECKING:
     from .steward import Connection
 
-Source = TypeVar("Source")
-
 #: Longest time from the Read to the steward, on a machine that does other things too, in seconds.
 AGE_LIMIT = 2.0
 #: How much the moments of two clocks may seem to differ, in seconds.
 CLOCK_TOLERANCE = 0.1
 
 
-class BatchReader(Generic[Source]):
+class BatchReader:
     """Cuts what the daemon sends into batches and other lines."""
 
     def __init__(
-        self, on_line: Callable[[Source, bytes], None], on_batch: Callable[[Source, bytes], None]
+        self, on_line: Callable[[bytes], None], on_batch: Callable[[bytes], None]
     ) -> None:
         self._on_line = on_line
         self._on_batch = on_batch
         self._received = bytearray()
 
-    def feed(self, source: Source, data: bytes) -> None:
+    def feed(self, data: bytes) -> None:
         self._received += data
         begin = 0
         while begin < len(self._received):
@@ -41,7 +39,10 @@ class BatchReader(Generic[Source]):
                 break
             text = bytes(self._received[begin : end + 1])
             begin = end + (2 if is_batch else 1)
-            self._on_batch(source, text) if is_batch else self._on_line(source, text[:-1])
+            if is_batch:
+                self._on_batch(text)
+            else:
+                self._on_line(text[:-1])
         del self._received[:begin]
 
 

@@ -67,7 +67,8 @@ class Lane:
     def __init__(
         self, build: Path, folder: Path, seed: str, groups: Groups, heavy_load: asyncio.Lock
     ) -> None:
-        self.rng = random.Random(seed)
+        self._plan = random.Random(seed)  # apart, so that a seed always picks the same faults
+        self.rng = random.Random(f"{seed}/details")
         self.heavy_load = heavy_load
         self._groups = groups
         self.figures = Figures()
@@ -181,15 +182,15 @@ class Lane:
 
     def _pick(self) -> list[Fault]:
         """One fault, or up to three that differ in what they affect."""
-        count = min(len(self._groups), self.rng.choices((1, 2, 3), (5, 3, 1))[0])
-        groups = self.rng.sample(self._groups, count)
+        count = min(len(self._groups), self._plan.choices((1, 2, 3), (5, 3, 1))[0])
+        groups = self._plan.sample(self._groups, count)
         faults = [
-            self.rng.choices(group, [fault.weight for fault in group])[0] for group in groups
+            self._plan.choices(group, [fault.weight for fault in group])[0] for group in groups
         ]
         return next(([fault] for fault in faults if fault.is_alone), faults)
 
     async def _round(self, faults: list[Fault]) -> None:
-        plans = [(f, self._duration(), self.rng.uniform(0, 2) * (len(faults) > 1)) for f in faults]
+        plans = [(f, self._duration(), self._plan.uniform(0, 2) * (len(faults) > 1)) for f in faults]
         self.current = ", ".join(f"{f.name} for {s:.1f} s" for f, s, _ in plans)
         pull_delay = self.steward.description.pull_delay / 1000
         self.judge.forget()
@@ -197,7 +198,7 @@ class Lane:
         await asyncio.gather(*(self._inflict(*plan) for plan in plans))
         await self._recover(faults)
         self._check_surfaced(plans, pull_delay)
-        await self.judge.steady(self.rng.uniform(0.5, 2), self._pull_delay())
+        await self.judge.steady(self._plan.uniform(0.5, 2), self._pull_delay())
         self.judge.forget()
         await self._check_resources()
         if not any(fault.is_work for fault in faults):
@@ -208,7 +209,7 @@ class Lane:
 
     def _duration(self) -> float:
         """0.1 to 10 s, the short ones as often as the long ones."""
-        return math.exp(self.rng.uniform(math.log(0.1), math.log(10)))
+        return math.exp(self._plan.uniform(math.log(0.1), math.log(10)))
 
     async def _inflict(self, fault: Fault, seconds: float, delay: float) -> None:
         await asyncio.sleep(delay)

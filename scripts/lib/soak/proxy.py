@@ -11,7 +11,26 @@ from dataclasses import dataclass
 
 Streams = tuple[asyncio.StreamReader, asyncio.StreamWriter]
 
-FAULTS = ("delay", "cut", "reset", "refuse", "close", "drop", "change", "half", "garbage", "echo", "trickle")
+FAULTS = (
+    "delay",  # every piece
+    "cut",  # what is connected, once
+    "reset",  # what is connected, and what connects
+    "refuse",  # nobody listens
+    "close",  # what connects, at once
+    "drop",  # everything, without a sign
+    "change",  # some bytes
+    "half",  # of what is sent is delivered, and then nothing
+    "garbage",  # comes from the server's side
+    "echo",  # everything goes back
+    "trickle",  # byte by byte
+)
+
+
+def close(writer: asyncio.StreamWriter, reset: bool) -> None:
+    if reset:
+        writer.transport.abort()
+    else:
+        writer.close()
 
 
 @dataclass(eq=False)
@@ -25,7 +44,7 @@ class Link:
 
     def close(self, reset: bool = False) -> None:
         for writer in (self.daemon, self.server):
-            writer.transport.abort() if reset else writer.close()
+            close(writer, reset)
 
 
 class Proxy:
@@ -78,8 +97,7 @@ class Proxy:
 
     async def _accept(self, reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
         if self._fault in ("close", "reset"):
-            writer.transport.abort() if self._fault == "reset" else writer.close()
-            return
+            return close(writer, self._fault == "reset")
         if self._fault == "garbage":
             writer.write(self._rng.randbytes(self._rng.randint(1, 5000)))
         try:

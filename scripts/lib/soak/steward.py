@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import asyncio
 from collections.abc import Callable
+from functools import partial
 
 from .invariants import BatchReader, Judge
 from .plant import Description
@@ -17,7 +18,9 @@ class Connection(asyncio.Protocol):
         self.is_slow = steward.is_slow
         self._pending: asyncio.Queue[bytes] = asyncio.Queue()
         self._trickling: asyncio.Task[None] | None = None
-        self.reader = BatchReader(steward.on_line, steward.judge.on_batch)
+        self.reader = BatchReader(
+            partial(steward.on_line, self), partial(steward.judge.on_batch, self)
+        )
         self.descriptions: list[Description] = []  # sent here, and not yet out of use
         self.transport: asyncio.Transport
 
@@ -27,12 +30,18 @@ class Connection(asyncio.Protocol):
         self._steward.on_connected(self)
 
     def data_received(self, data: bytes) -> None:
-        self.reader.feed(self, data)
+        self.reader.feed(data)
 
     def connection_lost(self, exc: Exception | None) -> None:
         if self._trickling:
             self._trickling.cancel()
         self._steward.on_lost(self)
+
+    def close(self, reset: bool) -> None:
+        if reset:
+            self.transport.abort()
+        else:
+            self.transport.close()
 
     def send(self, text: str) -> None:
         data = text.encode() + self._steward.line_end
@@ -88,8 +97,7 @@ class Steward:
 
     def close(self, reset: bool = False) -> None:
         if self.current:
-            transport = self.current.transport
-            transport.abort() if reset else transport.close()
+            self.current.close(reset)
 
     def send(self, text: str) -> None:
         if self.current:
