@@ -32,12 +32,14 @@ UA_StatusCode SentMessages::send(UA_ConnectionManager* manager, uintptr_t connec
 }
 
 void SentMessages::inspect(char* data, std::size_t size) {
-    constexpr std::size_t headerSize = 24;                           // of a chunk, up to its body
-    constexpr std::string_view readResponse{"\x01\x00\x7A\x02", 4};  // its encoding's node id
+    constexpr std::size_t headerSize = 24;  // of a chunk, up to its body
+    // The node ids of their encodings
+    constexpr std::string_view readResponse{"\x01\x00\x7A\x02", 4};
+    constexpr std::string_view createSessionResponse{"\x01\x00\xD0\x01", 4};
     const std::string_view message{data, size};
-    if (message.substr(std::min(headerSize, size)).starts_with(readResponse)) {
-        ++reads_;
-    }
+    const auto body = message.substr(std::min(headerSize, size));
+    reads_ += body.starts_with(readResponse);
+    sessions_ += body.starts_with(createSessionResponse);
     if (url_.empty()) {
         return;
     }

@@ -25,6 +25,9 @@ class SentMessages {
     /// How many Read requests were answered with results.
     [[nodiscard]] std::uint64_t reads() const noexcept { return reads_; }
 
+    /// How many sessions were made, whether or not they were activated then.
+    [[nodiscard]] std::uint64_t sessions() const noexcept { return sessions_; }
+
   private:
     static UA_StatusCode send(UA_ConnectionManager* manager, uintptr_t connection,
                               const UA_KeyValueMap* parameters, UA_ByteString* message);
@@ -34,6 +37,7 @@ class SentMessages {
 
     decltype(UA_ConnectionManager::sendWithConnection) original_ = nullptr;
     std::uint64_t reads_ = 0;
+    std::uint64_t sessions_ = 0;
     std::string url_;
     std::string replacement_;
 };

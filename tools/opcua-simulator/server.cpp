@@ -110,6 +110,18 @@ void Server::configure(UA_ServerConfig& config, const Options& options) {
         require(UA_AccessControl_default(&config, false, nullptr, 1, &logIn),
                 "cannot configure the log-in");
     }
+    countEndsOfSessions(config.accessControl);
+}
+
+/// The stack itself counts only sessions that were activated.
+void Server::countEndsOfSessions(UA_AccessControl& accessControl) {
+    closeSession_ = accessControl.closeSession;
+    accessControl.closeSession = [](UA_Server* server, UA_AccessControl* control,
+                                    const UA_NodeId* sessionId, void* sessionContext) {
+        auto& self = *static_cast<Server*>(UA_Server_getConfig(server)->context);
+        ++self.endedSessions_;
+        self.closeSession_(server, control, sessionId, sessionContext);
+    };
 }
 
 void Server::addVariables(const PullappOpcUa::Device& device) {
@@ -167,6 +179,7 @@ void Server::iterate() {
     } else {
         auto* const loop = UA_Server_getConfig(server_.get())->eventLoop;
         loop->run(loop, static_cast<UA_UInt32>(longestWait.count()));
+        mostSessions_ = std::max(mostSessions_, aliveSessions());
     }
 }
 
@@ -189,9 +202,10 @@ std::string Server::statistics() const {
     const auto sessions = UA_Server_getStatistics(server_.get()).ss;
     return "reads " + std::to_string(sent_.reads()) + ", values " +
            std::to_string(counters_.values) + ", sessions refused " +
-           std::to_string(sessions.rejectedSessionCount) + ", sessions opened " +
+           std::to_string(sessions.rejectedSessionCount) + ", sessions at most " +
+           std::to_string(mostSessions_) + ", sessions opened " +
            std::to_string(sessions.cumulatedSessionCount) + ", sessions alive " +
-           std::to_string(sessions.currentSessionCount);
+           std::to_string(aliveSessions());
 }
 
 }  // namespace OpcUaSimulator

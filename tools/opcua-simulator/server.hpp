@@ -42,13 +42,16 @@ class Server {
     /// variable
     void begin(Fault fault);
 
-    /// One line: Read requests answered, values read, sessions refused, opened and alive.
+    /// One line: Read requests answered, values read, sessions refused, most alive at a time,
+    /// opened and alive now. A session that was never activated counts as alive, too.
     [[nodiscard]] std::string statistics() const;
 
   private:
     using Clock = std::chrono::steady_clock;
 
     void configure(UA_ServerConfig& config, const Options& options);
+    void countEndsOfSessions(UA_AccessControl& accessControl);
+    [[nodiscard]] std::uint64_t aliveSessions() const { return sent_.sessions() - endedSessions_; }
     void addVariables(const PullappOpcUa::Device& device);
     void addNamespacesUpTo(std::size_t index);
     void addVariable(Variable& variable, const UA_NodeId& nodeId);
@@ -69,6 +72,9 @@ class Server {
     std::size_t namespaces_ = 2;  ///< the standard's and the server's own
     SentMessages sent_;           ///< outlives the server
     Counters counters_;
+    decltype(UA_AccessControl::closeSession) closeSession_ = nullptr;
+    std::uint64_t endedSessions_ = 0;
+    std::uint64_t mostSessions_ = 0;
     std::vector<std::unique_ptr<Variable>> variables_;
     std::unique_ptr<UA_Server, ServerDeleter> server_;
 };
