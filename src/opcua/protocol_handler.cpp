@@ -2,7 +2,6 @@
 #include "opcua/protocol_handler.hpp"
 
 #include "opcua/read_response.hpp"
-#include "opcua/session.hpp"
 #include "opcua/status_code_name.hpp"
 
 #include <chrono>
@@ -14,8 +13,8 @@
 namespace PullappOpcUa {
 namespace {
 
-/// Outlives every pause between two pulls, but not by much: servers allow few sessions, and those
-/// that a cut cable or a refused log-in left behind count until their time is over.
+/// Outlives every pause between two pulls, but not by much: servers allow few sessions, and one
+/// that cannot be closed counts until its time is over.
 std::chrono::milliseconds sessionTimeout(const Device& device) {
     constexpr std::chrono::seconds margin{15};
     return margin + 2 * std::chrono::milliseconds{device.pullDelay};
@@ -35,7 +34,7 @@ std::string ProtocolHandler::connect(Device& device) {
         settings.username = device.username.c_str();
         settings.password = device.password.c_str();
     }
-    const auto status = openSession(url, settings, client_);
+    const auto status = session_.open(url, settings);
     if (status != UA_STATUSCODE_GOOD) {
         return "Error: " + std::string{statusCodeName(status)};
     }
@@ -43,16 +42,11 @@ std::string ProtocolHandler::connect(Device& device) {
 }
 
 void ProtocolHandler::disconnect(Device& /*device*/) {
-    client_.reset();
+    session_.close();
 }
 
 std::string ProtocolHandler::readAll(const Device& device, ReadResponse& response) {
-    if (!client_ || !isSessionOpen(*client_)) {
-        return std::string{statusCodeName(UA_STATUSCODE_BADNOTCONNECTED)};
-    }
-    const auto request = device.readRequest;  // shares the device's read entries
-    __UA_Client_Service(client_.get(), &request, &UA_TYPES[UA_TYPES_READREQUEST], &*response,
-                        ReadResponse::type());
+    response = session_.read(device.readRequest);
     const auto status = statusOf(response, device.tags.size());
     return status == UA_STATUSCODE_GOOD ? std::string{} : std::string{statusCodeName(status)};
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "opcua/device.hpp"
+#include "opcua/session.hpp"
 #include "opcua/stack.hpp"
 #include "opcua/tag.hpp"
 #include "orvik/datasource/protocol_handler.hpp"
@@ -43,7 +44,7 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
   private:
     [[nodiscard]] std::string readAll(const Device& device, ReadResponse& response);
 
-    ClientPtr client_;
+    Session session_;
     std::size_t batchSize_ = 0;  // of the last batch, in bytes: the next one is much like it
 };
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include <open62541/client.h>
 #include <open62541/client_config_default.h>
@@ -13,8 +14,7 @@
 /// Owners for the handles of the OPC UA stack; nothing else releases what the stack allocates.
 namespace PullappOpcUa {
 
-/// Ends the session, if one is open, and deletes the client, in bounded time whatever the server
-/// does or does not answer.
+/// Closes the connection and deletes the client, whatever the server does. Closes no session.
 struct ClientDeleter {
     void operator()(UA_Client* client) const noexcept;
 };
@@ -27,7 +27,10 @@ class Owned {
   public:
     Owned() noexcept { UA_init(&value_, type()); }
     Owned(Owned&& other) noexcept : value_{other.value_} { UA_init(&other.value_, type()); }
-    Owned& operator=(Owned&&) = delete;
+    Owned& operator=(Owned&& other) noexcept {
+        std::swap(value_, other.value_);
+        return *this;
+    }
     ~Owned() { UA_clear(&value_, type()); }
 
     [[nodiscard]] static const UA_DataType* type() noexcept { return &UA_TYPES[typeIndex]; }
