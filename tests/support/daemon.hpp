@@ -119,25 +119,30 @@ class Daemon {
     Process process_;
 };
 
-/// Plays the steward that a daemon logs on to.
+/// Accepts a daemon's connection and logs it on, up to its request for the description.
+[[nodiscard]] inline PeerConnection logOn(const ScriptedPeer& steward) {
+    auto connection = steward.accept(30s);
+    connection.send("HELO test\n");
+    EXPECT_EQ("DEVC dev key", connection.readLine());
+    connection.send("DEVC OK\n");
+    EXPECT_EQ("INFO", connection.readLine());
+    return connection;
+}
+
+/// Ends a daemon as its service manager does, and closes on its log-off.
+inline void endInOrder(Daemon& daemon, PeerConnection& connection, int signal = SIGTERM) {
+    daemon.process().signal(signal);
+    EXPECT_TRUE(connection.awaitLine("EXIT"));
+    connection.close();
+    EXPECT_EQ(0, daemon.process().wait());
+}
+
+/// Plays the steward of one daemon.
 class DaemonTest : public testing::Test {
   protected:
-    /// Accepts the daemon's connection and logs it on, up to its request for the description.
-    PeerConnection accept() {
-        auto connection = steward.accept(30s);
-        connection.send("HELO test\n");
-        EXPECT_EQ("DEVC dev key", connection.readLine());
-        connection.send("DEVC OK\n");
-        EXPECT_EQ("INFO", connection.readLine());
-        return connection;
-    }
-
-    /// Ends the daemon as its service manager does, and closes on its log-off.
+    PeerConnection accept() { return logOn(steward); }
     void end(Daemon& daemon, PeerConnection& connection, int signal = SIGTERM) {
-        daemon.process().signal(signal);
-        EXPECT_TRUE(connection.awaitLine("EXIT"));
-        connection.close();
-        EXPECT_EQ(0, daemon.process().wait());
+        endInOrder(daemon, connection, signal);
     }
 
     ScriptedPeer steward;

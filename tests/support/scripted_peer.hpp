@@ -111,6 +111,7 @@ class ScriptedPeer {
     }
 
     [[nodiscard]] std::uint16_t port() const { return port_; }
+    [[nodiscard]] int get() const { return socket_.get(); }
 
     [[nodiscard]] bool hasConnection(std::chrono::milliseconds limit) const {
         pollfd acceptable{.fd = socket_.get(), .events = POLLIN, .revents = 0};

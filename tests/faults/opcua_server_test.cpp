@@ -1,0 +1,338 @@
+// SPDX-License-Identifier: MIT
+// An OPC UA server that goes away, freezes, refuses or answers what it should not, on a connection
+// that breaks. It allows one session only: with one of ours left behind, no values would come.
+#include "support/opcua_server.hpp"
+#include "support/daemon.hpp"
+#include "support/proxy.hpp"
+
+#include <cstdlib>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace TestSupport;
+using std::chrono::milliseconds;
+using testing::Matches;
+using testing::MatchesRegex;
+using Clock = std::chrono::steady_clock;
+using Options = std::vector<std::string>;
+
+// Longest waits: what comes at once, and what follows after one or more back-offs
+constexpr auto atOnce = isSanitized ? 40s : 8s;
+constexpr auto afterTimeOut = 5s + atOnce;
+constexpr auto afterConnect = 10s + atOnce;
+constexpr auto afterVerify = 15s + atOnce;
+constexpr auto afterSession = 20s + atOnce;
+
+/// A daemon whose steward the test plays, and before it a server behind a proxy.
+class Plant {
+  public:
+    explicit Plant(const Options& options = {"--tags=5"}) : server_{start(options)} {}
+
+    ~Plant() {
+        EXPECT_LT(daemon_.process().residentBytes(), 16'000'000U);
+        endInOrder(daemon_, connection_);
+        expectStatistics(".* at most [01], .* alive 0");
+    }
+
+    void describe(std::uint16_t port, const std::string& logIn = {}) {
+        const auto tags = boolTag + "," + textTag + "," + intTag;
+        connection_.send("INFO " + description(port, tags, 100).insert(1, logIn) + "\n");
+    }
+
+    /// Values flow, each behind the id of its tag, and the daemon holds what it held at first.
+    void expectValues(milliseconds limit = atOnce) {
+        expectBatch(limit);
+        const auto usage = [this] {
+            return std::pair{daemon_.process().count("fd"), daemon_.process().count("task")};
+        };
+        usage_ = usage_.value_or(usage());
+        for (int batch = 0; batch < 50 && usage() != usage_; ++batch) {  // a log may be open
+            expectBatch(atOnce);
+        }
+        EXPECT_EQ(*usage_, usage());
+    }
+
+    /// Skips values and other errors.
+    void expectError(const std::string& pattern, milliseconds limit = atOnce) {
+        const auto deadline = Clock::now() + limit;
+        const auto expected = MatchesRegex("@__nimbara_error_msg__=[0-9]+," + pattern);
+        std::string errors;
+        std::string line;
+        while (!Matches(expected)(line = connection_.readLine(limit))) {
+            errors += line.starts_with("@") && line != cleared ? line + "\n" : "";
+            ASSERT_LT(Clock::now(), deadline) << "no " << pattern << ", but " << errors << line;
+        }
+    }
+
+    /// The server may still be busy with the end of a session.
+    void expectStatistics(const std::string& pattern) {
+        const auto deadline = Clock::now() + atOnce;
+        std::string line;
+        do {
+            line = server_->statistics();
+        } while (!Matches(MatchesRegex(pattern))(line) && Clock::now() < deadline);
+        EXPECT_THAT(line, MatchesRegex(pattern));
+    }
+
+    /// Starts another server, to which the next connections go, and ends the one before.
+    void replaceServer(const Options& options = {"--tags=5"}) {
+        auto next = start(options);
+        proxy.connectTo(next->port());
+        server_->kill();
+        server_ = std::move(next);
+    }
+
+    void restartServer() { server_ = start({"--tags=5"}, server_->port()); }
+
+    OpcUaServer& server() { return *server_; }
+    PeerConnection& connection() { return connection_; }
+
+  private:
+    static std::unique_ptr<OpcUaServer> start(Options options, std::uint16_t port = 0) {
+        options.emplace_back("--max-sessions=1");
+        return std::make_unique<OpcUaServer>(std::move(options), port);
+    }
+
+    void expectBatch(milliseconds limit) {
+        const auto deadline = Clock::now() + limit;
+        std::string line;
+        do {
+            line = connection_.readLine(limit);
+        } while (line.starts_with("@") && Clock::now() < deadline);
+        ASSERT_THAT(line, MatchesRegex("1=[tf]"));
+        EXPECT_EQ("65535=4,item", connection_.readLine());
+        EXPECT_THAT(connection_.readLine(), MatchesRegex("7=-?[0-9]+"));
+        EXPECT_EQ("", connection_.readLine());
+        EXPECT_EQ(cleared, connection_.readLine());
+    }
+
+    std::unique_ptr<OpcUaServer> server_;
+    ScriptedPeer steward_;
+    Daemon daemon_{steward_.port()};
+    PeerConnection connection_ = logOn(steward_);
+    std::optional<std::pair<std::ptrdiff_t, std::ptrdiff_t>> usage_;
+
+  public:
+    Proxy proxy{server_->port()};
+};
+
+/// Runs every row at the same time, since most of it is waiting.
+template <typename Rows, typename Run>
+void runAll(const Rows& rows, const Run& run) {
+    std::vector<std::future<void>> runs;
+    for (const auto& row : rows) {
+        runs.push_back(std::async(std::launch::async, [&] {
+            SCOPED_TRACE(row.name);
+            run(row);
+        }));
+    }
+}
+
+TEST(OpcUaServerTest, AFailedReadIsFollowedByANewConnectionAtOnce) {
+    using namespace std::string_literals;
+    const std::string lost = "BAD(CONNECTIONCLOSED|SECURECHANNELCLOSED|NOTCONNECTED)";
+    const std::string wrongNumber = "BADUNEXPECTEDERROR";
+    const auto t = "\x01\x01\x01"s;  // true
+    const struct {
+        std::string name;
+        Action action;
+        std::string error;
+    } rows[]{
+        {"closed", {Action::Close}, lost},
+        {"reset", {Action::Reset}, lost},
+        {"echoed", {Action::Reply}, "BAD.*"},
+        {"garbage", {Action::Reply, std::string(100, '\xA5')}, "BAD.*"},
+        {"no results", {Action::Results, "\0\0\0\0"s}, wrongNumber},
+        {"no array", {Action::Results, "\xFF\xFF\xFF\xFF"}, wrongNumber},
+        {"fewer", {Action::Results, "\x02\0\0\0"s + t + t}, wrongNumber},
+        {"more", {Action::Results, "\x04\0\0\0"s + t + t + t + t}, wrongNumber},
+        {"no value", {Action::Results, "\x03\0\0\0\0"s + t + t}, wrongNumber},
+        {"array of length -1",
+         {Action::Results, "\x03\0\0\0\x01\x81\xFF\xFF\xFF\xFF"s + t + t},
+         "UAvariant type not supported for tag: ns=1;i=4"},
+        {"string of length -1",
+         {Action::Results, "\x03\0\0\0\x01\x0C\xFF\xFF\xFF\xFF"s + t + t},
+         "Wrong type for tag: ns=1;i=4 type should be string"},
+        {"half", {Action::HalfAnswer}, "BADTIMEOUT"},
+        {"dropped silently", {Action::Drop}, "BADTIMEOUT"},
+    };
+    Plant plant;
+    plant.describe(plant.proxy.port());
+    plant.proxy.delayAnswers(10ms);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        plant.expectValues();
+        plant.proxy.at(Message::Read, row.action);
+        plant.expectError(row.error, afterTimeOut);
+    }
+    plant.expectValues();
+    const auto sessions = plant.proxy.count(Message::CreateSession);
+    for (int cut = 0; cut < 5; ++cut) {
+        plant.proxy.at(Message::Read, {Action::Reset});
+        plant.expectError(lost);
+        plant.expectValues();
+    }
+    EXPECT_EQ(sessions, plant.proxy.count(Message::CreateSession));
+}
+
+// The next attempt to connect follows 10 s after a failed one; and where a session may be left that
+// nobody can close, when its time on the server must be over
+
+TEST(OpcUaServerTest, AConnectMayFailInAnyPhase) {
+    using enum Message;
+    const Action garbage{Action::Reply, std::string(100, '\xA5')};
+    const struct {
+        std::string name;
+        bool isFirst;  // else there is a session to take up again
+        Message message;
+        Action action;
+        std::string error;
+        milliseconds limit;
+    } rows[]{
+        {"closed", false, Hello, {Action::Close, "", 4}, "BADNOTCONNECTED", afterConnect},
+        {"echoed", false, Hello, {Action::Reply}, "BADTCPMESSAGETYPEINVALID", afterConnect},
+        {"garbage", true, Hello, garbage, "BADTCPMESSAGETOOLARGE", afterConnect},
+        {"silence", false, Hello, {Action::Drop}, "BADTIMEOUT", afterConnect},
+        {"half a hello", false, Hello, {Action::HalfAnswer}, "BADTIMEOUT", afterConnect},
+        {"channel reset", false, OpenChannel, {Action::Reset, "", 4}, "BAD.*", afterConnect},
+        {"channel echoed", true, OpenChannel, {Action::Reply}, "UNKNOWN_ERROR", afterConnect},
+        {"session reset", true, CreateSession, {Action::Reset}, "BAD.*", afterSession},
+        {"session unknown", true, CreateSession, {Action::HalfAnswer}, "BAD.*", afterSession},
+        {"activation reset", true, ActivateSession, {Action::Reset}, "BAD.*", afterSession},
+        {"activation lost", true, ActivateSession, {Action::Drop}, "BADTIMEOUT", afterSession},
+        {"resumption reset", false, ActivateSession, {Action::Reset}, "BAD.*", afterConnect},
+        {"resumption unknown", false, ActivateSession, {Action::HalfAnswer}, "BAD.*", afterConnect},
+    };
+    runAll(rows, [](const auto& row) {
+        Plant plant;
+        if (!row.isFirst) {
+            plant.describe(plant.proxy.port());
+            plant.expectValues();
+        }
+        const auto connections = plant.proxy.count(Hello);
+        plant.proxy.at(row.message, row.action);
+        if (row.isFirst) {
+            plant.describe(plant.proxy.port());
+        } else {
+            plant.proxy.at(Read, {Action::Reset});
+        }
+        plant.expectError("Error: " + row.error, afterTimeOut);
+        EXPECT_LE(plant.proxy.count(Hello) - connections, 4);
+        plant.expectValues(row.limit);
+    });
+}
+
+TEST(OpcUaServerTest, ARefusedLogInLeavesNoSession) {
+    Plant plant{{"--tags=5", "--user=u", "--password=p"}};
+    const std::string logIn = R"("protocolOptions":{"authenticationtype":"username",)";
+    plant.describe(plant.proxy.port(), logIn + R"("username":"u","password":"wrong"},)");
+    plant.expectError("Error: BADUSERACCESSDENIED");
+    plant.expectError("Error: BADUSERACCESSDENIED", afterConnect);
+    plant.expectStatistics(".* alive 0");
+    plant.describe(plant.proxy.port(), logIn + R"("username":"u","password":"p"},)");
+    plant.expectValues();
+    EXPECT_EQ(3, plant.proxy.count(Message::CreateSession));
+}
+
+TEST(OpcUaServerTest, ASessionThatOthersHoldIsAskedForOncePerBackOff) {
+    Plant plant;
+    {
+        Plant other;
+        other.describe(plant.server().port());
+        other.expectValues();
+        plant.describe(plant.proxy.port());
+        plant.expectError("Error: BADTOOMANYSESSIONS");
+    }
+    plant.expectValues(afterConnect);
+    EXPECT_EQ(2, plant.proxy.count(Message::CreateSession));
+}
+
+TEST(OpcUaServerTest, MayHaveOtherTagsForAWhile) {
+    const struct {
+        std::string name;
+        bool isFirst;
+        Options options;
+        std::string error;
+    } rows[]{
+        {"starting up", true, {"--tags=4"}, "BADNODEIDUNKNOWN"},
+        {"a tag gone", false, {"--tags=4"}, "BADNODEIDUNKNOWN"},
+        {"other types",
+         false,
+         {"--tags=5", "--fault=other-type@ns=1;i=5"},
+         "Wrong type for tag: ns=1;i=5 type should be int32"},
+        {"array",
+         false,
+         {"--tags=5", "--fault=array@ns=1;i=5"},
+         "UAvariant type not supported for tag: ns=1;i=5"},
+    };
+    runAll(rows, [](const auto& row) {
+        Plant plant{row.isFirst ? row.options : Options{"--tags=5"}};
+        plant.describe(plant.proxy.port());
+        if (!row.isFirst) {
+            plant.expectValues();
+            plant.replaceServer(row.options);
+        }
+        plant.expectError(row.error);
+        plant.expectStatistics(".* at most 1, sessions opened 1, sessions alive 0");
+        plant.replaceServer();
+        plant.expectValues(afterVerify);
+    });
+}
+
+TEST(OpcUaServerTest, MayFreeze) {
+    const struct {
+        std::string name;
+        std::string error;  // after which it goes on
+        milliseconds limit;
+    } rows[]{{"read", "BADTIMEOUT", atOnce}, {"connect", "Error: BADTIMEOUT", afterConnect}};
+    runAll(rows, [](const auto& row) {
+        Plant plant;
+        plant.describe(plant.proxy.port());
+        plant.expectValues();
+        plant.server().process().signal(SIGSTOP);
+        plant.expectError(row.error, afterVerify);
+        plant.server().process().signal(SIGCONT);
+        plant.expectValues(row.limit);
+    });
+}
+
+/// FAULT_ROUNDS asks for more than one restart; every other comes after 30 s.
+TEST(OpcUaServerTest, MayBeKilledAndRestarted) {
+    const char* rounds = std::getenv("FAULT_ROUNDS");
+    Plant plant;
+    plant.describe(plant.server().port());
+    for (int round = 0; round < (rounds != nullptr ? std::atoi(rounds) : 1); ++round) {
+        plant.expectValues(afterConnect);
+        plant.server().kill();
+        const auto restart = Clock::now() + (round % 2 == 0 ? 1s : 30s);
+        const std::string refused = "Error: BADCONNECTIONREJECTED";
+        plant.expectError(refused);
+        while (Clock::now() < restart) {
+            const auto left = std::chrono::ceil<milliseconds>(restart - Clock::now());
+            EXPECT_THAT(plant.connection().readLine(left),
+                        testing::AnyOf("<timeout>", error(refused)));
+        }
+        plant.restartServer();
+    }
+    plant.expectValues(afterConnect);
+}
+
+TEST(OpcUaServerTest, MayGrantShortTimesOnly) {
+    Plant plant{{"--tags=5", "--channel-lifetime=1", "--session-timeout=2"}};
+    plant.describe(plant.proxy.port());
+    while (plant.proxy.count(Message::OpenChannel) < 4) {
+        plant.expectValues();
+    }
+    EXPECT_EQ(1, plant.proxy.count(Message::Hello));
+}
+
+}  // namespace
