@@ -8,7 +8,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -104,30 +103,6 @@ TEST_F(DaemonTest, ALostStewardStopsTheRunUntilItIsBack) {
     EXPECT_EQ("65535=4,item", second.readLine());
     EXPECT_TRUE(daemon.log().await("<6> Reconnecting (reason: auto reconnect)"));
     end(daemon, second);
-}
-
-TEST_F(DaemonTest, AKilledServerIsReportedAndItsReturnNoticed) {
-    auto server = std::make_unique<OpcUaServer>();
-    const auto port = server->port();
-    Daemon daemon{steward.port()};
-    auto connection = accept();
-    connection.send("INFO " + description(port, textTag) + "\n");
-    ASSERT_TRUE(connection.awaitLine(cleared));
-
-    server->kill();
-    ASSERT_TRUE(connection.awaitLine(error("Error: BADCONNECTIONREJECTED")));
-    // Other types now: what stood at the text's place is a number
-    server = std::make_unique<OpcUaServer>(
-        std::vector<std::string>{"--tags=5", "--fault=other-type@ns=1;i=5"}, port);
-    ASSERT_TRUE(
-        connection.awaitLine(error("Wrong type for tag: ns=1;i=5 type should be int32"), 30s));
-    server->kill();
-    server = std::make_unique<OpcUaServer>(std::vector<std::string>{"--tags=5"}, port);
-
-    EXPECT_EQ("65535=4,item", connection.readLine(30s));  // no value came meanwhile
-    EXPECT_EQ("", connection.readLine());
-    EXPECT_EQ(cleared, connection.readLine());
-    end(daemon, connection);
 }
 
 TEST_F(DaemonTest, ARefusedDescriptionEndsTheProcessInOrder) {
@@ -251,20 +226,6 @@ TEST_F(DaemonTest, EndsBesideAServerThatNeverAnswers) {
     const auto begin = std::chrono::steady_clock::now();
     end(daemon, connection);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);  // the request time-out is 5 s
-}
-
-TEST_F(DaemonTest, AFrozenServerIsATimeOut) {
-    OpcUaServer server;
-    Daemon daemon{steward.port()};
-    auto connection = accept();
-    connection.send("INFO " + description(server.port(), textTag, 0) + "\n");
-    ASSERT_TRUE(connection.awaitLine(cleared));
-    server.process().signal(SIGSTOP);
-    EXPECT_TRUE(connection.awaitLine(error("BADTIMEOUT")));
-    EXPECT_TRUE(connection.awaitLine(error("Error: BADTIMEOUT")));
-    server.process().signal(SIGCONT);
-    EXPECT_TRUE(connection.awaitLine("65535=4,item", 30s));
-    end(daemon, connection);
 }
 
 }  // namespace

@@ -2,11 +2,6 @@
 #include "opcua/protocol_handler.hpp"
 
 #include "support/opcua_test_server.hpp"
-#include "support/scripted_peer.hpp"
-
-#include <ctime>
-#include <functional>
-#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -20,7 +15,6 @@ using TestSupport::dataValue;
 using TestSupport::nodeNamed;
 using TestSupport::OpcUaTestServer;
 using TestSupport::scalar;
-using TestSupport::ScriptedPeer;
 
 /// Keeps what would be written to the push interface.
 class RecordingClient : public Orvik::PushInterface::Client {
@@ -184,28 +178,6 @@ TEST(ProtocolHandlerTest, FailsTheReadWithStatusOfItsFirstTagOnly) {
     EXPECT_EQ("BADNOTHINGTODO", session.pull());
 }
 
-TEST(ProtocolHandlerTest, RefusesAnotherNumberOfResults) {
-    using namespace std::string_literals;
-    // As encoded: count, results, and no diagnostics; or none of one and zeros of the other
-    const auto byte = "\x05\x03\x07"s + std::string(8, '\0');
-    const auto two = "\x02\0\0\0"s + byte + byte + "\xFF\xFF\xFF\xFF";
-    const auto one = "\x01\0\0\0\x01\x0C\x10\0\0\0"s + std::string(16, 'x') + "\xFF\xFF\xFF\xFF";
-    const auto none = "\0\0\0\0\x16\0\0\0"s + std::string(22, '\0');
-    for (const auto& results : {two, one, none}) {
-        OpcUaTestServer server;
-        server.set<UA_Byte>("x", 7, UA_TYPES_BYTE);
-        Session session{server.port()};
-        addTag(session.device, 1, "ns=1;s=x", TagType::UInt8);
-        addTag(session.device, 2, "ns=1;s=x", TagType::UInt8);
-        ASSERT_EQ("", session.connect());
-
-        server.rewriteAnswers(two, results);
-        const auto* expected = results == two ? "" : "BADUNEXPECTEDERROR";
-        EXPECT_EQ(expected, session.verify());
-        EXPECT_EQ(expected, session.pull());
-    }
-}
-
 TEST(ProtocolHandlerTest, LogsInAsTheDeviceSays) {
     const OpcUaTestServer open;
     const OpcUaTestServer guarded{{.username = "user", .password = "secret"}};
@@ -272,115 +244,6 @@ TEST(ProtocolHandlerTest, NoticesThatTheServerWasRestartedWithOtherTypes) {
     ASSERT_EQ("", session.connect());
     EXPECT_EQ("Wrong type for tag: ns=1;s=x type should be double", session.verify());
     EXPECT_EQ(1U, session.client.messages.size());
-}
-
-/// Wall-clock and processor time that a call takes.
-struct Cost {
-    explicit Cost(const std::function<void()>& call) {
-        const auto begin = std::chrono::steady_clock::now();
-        const auto cpuBegin = cpuTime();
-        call();
-        time = std::chrono::steady_clock::now() - begin;
-        cpu = cpuTime() - cpuBegin;
-    }
-    static std::chrono::nanoseconds cpuTime() {
-        timespec now{};
-        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-        return std::chrono::seconds{now.tv_sec} + std::chrono::nanoseconds{now.tv_nsec};
-    }
-    std::chrono::nanoseconds time;
-    std::chrono::nanoseconds cpu;
-};
-
-using Over = std::function<bool()>;
-
-void staySilent(int /*socket*/, const Over& over) {
-    while (!over()) {
-        std::this_thread::sleep_for(5ms);
-    }
-}
-
-void echo(int socket, const Over& over) {
-    pollfd readable{.fd = socket, .events = POLLIN, .revents = 0};
-    char buffer[65536];
-    while (!over()) {
-        const auto size =
-            ::poll(&readable, 1, 5) == 1 ? ::recv(socket, buffer, sizeof buffer, 0) : 0;
-        ::send(socket, buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)), MSG_NOSIGNAL);
-    }
-}
-
-void dribble(int socket, const Over& over) {
-    const std::string_view acknowledge = "ACKF\x1C";
-    for (int i = 0; !over(); ++i) {
-        ::send(socket, &acknowledge[static_cast<std::size_t>(i / 200) % 5], i % 200 == 0,
-               MSG_NOSIGNAL);
-        std::this_thread::sleep_for(5ms);
-    }
-}
-
-void closeAtOnce(int /*socket*/, const Over& /*over*/) {}
-
-/// Plays one peer that speaks no OPC UA against one attempt to connect.
-void connectTo(void (*play)(int, const Over&), const std::string& error) {
-    const ScriptedPeer peer;
-    Session session{peer.port()};
-    std::string result;
-    auto attempt =
-        std::async(std::launch::async, [&] { return Cost{[&] { result = session.connect(); }}; });
-    const Over over = [&] { return attempt.wait_for(0s) == std::future_status::ready; };
-    int connections = 0;
-    while (!over()) {
-        if (peer.hasConnection(5ms)) {
-            ++connections;
-            play(peer.acceptSocket().get(), over);
-        }
-    }
-    const auto cost = attempt.get();
-    EXPECT_EQ(error, result);
-    EXPECT_LE(connections, 4);
-    EXPECT_LT(cost.time, 10s);
-    EXPECT_LT(cost.cpu, 1s);
-}
-
-TEST(ProtocolHandlerTest, GivesUpConnectingWhateverThePeerDoes) {
-    const struct {
-        void (*play)(int, const Over&);
-        std::string error;
-    } rows[]{
-        {staySilent, "Error: BADTIMEOUT"},
-        {echo, "Error: BADTCPMESSAGETYPEINVALID"},
-        {dribble, "Error: BADTIMEOUT"},
-        {closeAtOnce, "Error: BADNOTCONNECTED"},
-    };
-    std::vector<std::future<void>> attempts;
-    for (const auto& row : rows) {
-        attempts.push_back(std::async(std::launch::async, [&] { connectTo(row.play, row.error); }));
-    }
-}
-
-TEST(ProtocolHandlerTest, GivesUpReadingWhateverTheServerDoes) {
-    const struct {
-        std::function<void(OpcUaTestServer&)> fail;
-        std::string error;
-    } rows[]{
-        {[](auto& server) { server.fallSilent(); }, "BADTIMEOUT"},
-        {[](auto& server) { server.rewriteAnswers("MSGF", "HELF"); }, "BADTCPMESSAGETYPEINVALID"},
-    };
-    for (const auto& row : rows) {
-        OpcUaTestServer server;
-        server.set<UA_Int16>("x", 1, UA_TYPES_INT16);
-        Session session{server.port()};
-        addTag(session.device, 1, "ns=1;s=x", TagType::Int16);
-        ASSERT_EQ("", session.connect());
-        row.fail(server);
-        const Cost cost{[&] {
-            EXPECT_EQ(row.error, session.pull());
-            session.handler.disconnect(session.device);
-        }};
-        EXPECT_LT(cost.time, 10s);
-        EXPECT_LT(cost.cpu, 1s);
-    }
 }
 
 }  // namespace

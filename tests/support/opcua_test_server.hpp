@@ -95,11 +95,6 @@ class OpcUaTestServer {
     /// How many Read requests were answered, not counting faults.
     [[nodiscard]] int readCount() const { return readCount_; }
 
-    /// Stops answering, with all connections open.
-    void fallSilent() {
-        run([this](UA_Server&) { silent_ = true; });
-    }
-
     /// Replaces bytes in every answer, by as many others.
     void rewriteAnswers(std::string_view from, std::string_view to) {
         run([=, this](UA_Server&) { rewriting_ = {std::string{from}, std::string{to}}; });
@@ -165,11 +160,7 @@ class OpcUaTestServer {
         EXPECT_EQ(UA_STATUSCODE_GOOD, UA_Server_run_startup(server_));
         while (!stopped_) {
             runJobs();
-            if (silent_) {
-                std::this_thread::sleep_for(std::chrono::milliseconds{1});
-            } else {
-                loop->run(loop, 1);
-            }
+            loop->run(loop, 1);
         }
         UA_Server_run_shutdown(server_);
         UA_Server_delete(server_);
@@ -263,7 +254,6 @@ class OpcUaTestServer {
     decltype(UA_ConnectionManager::sendWithConnection) send_ = nullptr;
     UA_Server* server_ = nullptr;
     std::atomic<int> readCount_ = 0;
-    bool silent_ = false;
     std::pair<std::string, std::string> rewriting_;
     std::atomic<bool> stopped_ = false;
     std::mutex mutex_;

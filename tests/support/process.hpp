@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -107,6 +108,15 @@ class Process {
         std::size_t resident = 0;
         stream >> total >> resident;
         return isSanitized ? 0 : resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    }
+
+    /// Processor time used so far.
+    [[nodiscard]] std::chrono::nanoseconds cpuTime() const {
+        clockid_t clock = 0;
+        timespec used{};
+        ::clock_getcpuclockid(pid_, &clock);
+        ::clock_gettime(clock, &used);
+        return std::chrono::seconds{used.tv_sec} + std::chrono::nanoseconds{used.tv_nsec};
     }
 
     void signal(int number) const {

@@ -17,28 +17,14 @@
 
 namespace TestSupport {
 
-/// A message of an OPC UA client. Services have the number of their request's encoding.
-enum class Message : std::uint16_t {
-    Hello,
-    OpenChannel,
-    CloseChannel,
-    CreateSession = 461,
-    ActivateSession = 467,
-    CloseSession = 473,
-    Read = 631,
-};
+/// What an OPC UA client sends. Services have the number of their request's encoding.
+enum class Message : std::uint16_t { Hello, Channel, Create = 461, Activate = 467, Read = 631 };
 
-/// What the proxy does with a message.
+/// What the proxy does with a message. Drop: neither end hears anything any more. Reply: the text,
+/// or the message itself, instead of passing it on. HalfAnswer: and nothing more. Results: the text
+/// takes the place of what was read.
 struct Action {
-    enum Kind {
-        Pass,
-        Close,
-        Reset,
-        Drop,        ///< neither end hears anything any more
-        Reply,       ///< the text, or the message itself, instead of passing it on
-        HalfAnswer,  ///< and nothing more
-        Results,     ///< puts the text in the place of the answer's results
-    };
+    enum Kind { Pass, Close, Reset, Drop, Reply, HalfAnswer, Results };
     Kind kind = Pass;
     std::string text = {};
     int times = 1;
@@ -156,9 +142,7 @@ class Proxy {
             return Message{static_cast<std::uint16_t>(static_cast<std::uint8_t>(text[26]) +
                                                       256 * static_cast<std::uint8_t>(text[27]))};
         }
-        return text.starts_with("HEL")   ? Message::Hello
-               : text.starts_with("OPN") ? Message::OpenChannel
-                                         : Message::CloseChannel;
+        return text.starts_with("HEL") ? Message::Hello : Message::Channel;
     }
 
     static std::string receive(const Descriptor& from) {
