@@ -19,6 +19,8 @@ if TYPE_CHECKING:
 SERVER_DELAY = 5 + 1 + 15
 #: The wait before the next connection to the steward, when a worker that hangs has been joined.
 STEWARD_DELAY = 5 + 1 + 10
+#: Reading a full backlog, which this end has to check as it comes.
+DRAIN_LIMIT = 60
 ALWAYS, NEVER = float("-inf"), float("inf")
 
 Action = Callable[["Lane", float], Awaitable[None]]
@@ -173,6 +175,7 @@ async def overflows(lane: Lane, seconds: float) -> None:
             connection.transport.resume_reading()
         await change(lane, lane.some_tags())
         await lane.dropping(False)
+        await lane.judge.using(lane.steward.description, DRAIN_LIMIT)
 
 
 async def log_on_anew(lane: Lane) -> None:

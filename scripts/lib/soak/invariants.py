@@ -118,10 +118,18 @@ class Judge:
             lambda: f"no batch of the new description; errors: {self.errors}",
         )
 
-    async def fresh(self, since: float, limit: float) -> None:
-        """Waits for values read after a time, and for the end of the error."""
+    async def fresh(self, description: Description, since: float, limit: float) -> None:
+        """Waits for values of a description, read after a time, and for the end of the error."""
+
+        def is_fresh() -> bool:
+            return (
+                self._description is description
+                and self._newest >= since
+                and not self._must_clear
+            )
+
         await until(
-            lambda: self._newest >= since and not self._must_clear,
+            is_fresh,
             limit,
             lambda: f"no fresh value; errors: {self.errors}",
         )

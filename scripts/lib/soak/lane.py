@@ -83,6 +83,7 @@ class Lane:
         self._rounds_of_process = 0
         self._descriptors = 0
         self._is_sanitized = build.name in ("asan", "tsan")  # keeps freed memory for a while
+        self._max_threads = MAX_THREADS + (build.name == "tsan")  # which has one of its own
 
     # What the faults use
 
@@ -145,7 +146,7 @@ class Lane:
             self.steward.stop()
 
     async def _rounds(self, end: float) -> None:
-        await self.judge.fresh(self.now(), SLACK)
+        await self.judge.fresh(self.steward.description, self.now(), SLACK)
         while self.now() < end:
             await self._round(self._pick())
             self.figures.rounds += 1
@@ -172,7 +173,7 @@ class Lane:
     async def _check_threads(self) -> None:
         for _ in range(3):  # a thread that was joined can be seen for a moment
             threads = self.daemon.threads()
-            if threads <= MAX_THREADS:
+            if threads <= self._max_threads:
                 self.figures.threads = max(self.figures.threads, threads)
                 return
             await asyncio.sleep(0.02)
@@ -218,7 +219,7 @@ class Lane:
     async def _recover(self, faults: list[Fault]) -> None:
         begin = self.now()
         limit = max(fault.delay for fault in faults) + self._pull_delay() + SLACK
-        await self.judge.fresh(begin, limit)
+        await self.judge.fresh(self.steward.description, begin, limit)
         for fault in faults:
             self.figures.recoveries.setdefault(fault.name, []).append(self.now() - begin)
 

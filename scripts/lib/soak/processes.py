@@ -15,6 +15,10 @@ from .plant import Description
 from .violation import Violation
 
 ROOT = Path(__file__).resolve().parents[3]
+SANITIZERS = {
+    "ASAN_OPTIONS": "verify_asan_link_order=0",  # a preloaded library comes first
+    "TSAN_OPTIONS": f"halt_on_error=1:suppressions={ROOT}/tests/tsan.supp",
+}
 Loop = asyncio.get_running_loop
 
 
@@ -36,9 +40,14 @@ class Child:
     def __init__(self) -> None:
         self.process: asyncio.subprocess.Process | None = None
 
-    async def spawn(self, *command: str, **options: Any) -> asyncio.subprocess.Process:
+    async def spawn(
+        self, *command: str, variables: dict[str, str] | None = None, **options: Any
+    ) -> asyncio.subprocess.Process:
         self.process = await asyncio.create_subprocess_exec(
-            "setpriv", "--pdeathsig", "KILL", "--", *command, start_new_session=True, **options
+            *("setpriv", "--pdeathsig", "KILL", "--", *command),
+            env={**os.environ, **SANITIZERS, **(variables or {})},
+            start_new_session=True,
+            **options,
         )
         return self.process
 
@@ -133,15 +142,13 @@ class Daemon(Child):
         variables = {
             "LD_PRELOAD": str(self._build / "tests/libdaemon-preload.so"),
             "SYSLOG_CAPTURE": str(self._log),
-            "ASAN_OPTIONS": "verify_asan_link_order=0",  # the library above comes first
-            "TSAN_OPTIONS": f"halt_on_error=1:suppressions={ROOT}/tests/tsan.supp",
         }
         await self.spawn(
             str(self._build / "pullapp-opc-ua"),
             "--device-id=soak",
             "--device-key=key",
             f"--steward-port={steward_port}",
-            env={**os.environ, **variables},
+            variables=variables,
             stdin=asyncio.subprocess.DEVNULL,
             stdout=self._output,  # notes of the OPC UA stack
             stderr=self._output,
