@@ -75,7 +75,7 @@ void iterateUntil(UA_Client& client, milliseconds limit, Predicate predicate) {
 void logUnlessFull(void* context, UA_LogLevel level, UA_LogCategory category, const char* message,
                    va_list arguments) {
     pollfd writable{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
-    if (::poll(&writable, 1, 0) == 1) {
+    if (level >= UA_LOGLEVEL_INFO && ::poll(&writable, 1, 0) == 1) {
         UA_Log_Stdout->log(context, level, category, message, arguments);
     }
 }
