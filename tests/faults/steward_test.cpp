@@ -5,9 +5,11 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,6 +17,9 @@
 namespace {
 
 using namespace TestSupport;
+using testing::AllOf;
+using testing::Ge;
+using testing::Lt;
 
 const std::string clientError = "<3> Received error from push interface client: ";
 
@@ -127,5 +132,101 @@ TEST_F(StewardTest, AThousandDescriptionsLeaveNothingBehind) {
     expectWell(connection);
     finish(connection);
 }
+
+// The wall clock of a daemon under test jumps by hours all the time, in these tests as in all
+// others.
+TEST_F(StewardTest, ValuesKeepTheirPaceHoweverTheClockIsSet) {
+    auto connection = start();
+    describe(connection, 200);
+    ASSERT_TRUE(awaitValue(connection));
+    const auto begin = std::chrono::steady_clock::now();
+    for (int batch = 0; batch < 10; ++batch) {
+        ASSERT_TRUE(awaitValue(connection));
+    }
+    EXPECT_THAT(std::chrono::steady_clock::now() - begin, AllOf(Ge(1800ms), Lt(10s)));
+    finish(connection);
+}
+
+struct Loss {
+    std::string name;
+    void (*happen)(PeerConnection&);
+    std::string awaited;  // record, before the steward is back
+};
+
+class StewardLossTest : public StewardTest, public testing::WithParamInterface<Loss> {};
+
+TEST_P(StewardLossTest, IsOverOnceTheStewardIsBack) {
+    auto connection = start();
+    { const auto gone = std::move(steward); }
+    GetParam().happen(connection);
+    ASSERT_TRUE(daemon.log().await(GetParam().awaited));
+    steward = ScriptedPeer{steward.port()};
+    connection = accept();
+    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions alive 0"));
+    describe(connection);
+    expectWell(connection);
+    finish(connection);
+}
+
+const std::string disconnected = "<5> Disconnected from push interface";
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, StewardLossTest,
+    testing::Values(Loss{"KilledAndAwayForAWhile", [](auto& connection) { connection.reset(); },
+                         clientError + "Could not connect to server"},
+                    Loss{"Restarted", [](auto& connection) { connection.close(); }, disconnected},
+                    Loss{"ClosedHalf", [](auto& connection) { connection.shutdownSending(); },
+                         disconnected},
+                    Loss{"ClosedInTheMiddleOfALine",
+                         [](auto& connection) {
+                             connection.send("INFO {}");  // whole, it would end the daemon
+                             connection.close();
+                         },
+                         disconnected}),
+    [](const auto& loss) { return loss.param.name; });
+
+struct Arrival {
+    std::string name;
+    bool stewardIsLate;
+    bool serverIsLate;  // when the steward is there already
+};
+
+class ArrivalTest : public DaemonTest, public testing::WithParamInterface<Arrival> {};
+
+TEST_P(ArrivalTest, LetsValuesFlowOnceBothAreThere) {
+    auto server = std::make_unique<OpcUaServer>();
+    const auto port = server->port();
+    server->kill();
+    const auto arrive = [&] {
+        server = std::make_unique<OpcUaServer>(std::vector<std::string>{"--tags=5"}, port);
+    };
+    if (GetParam().stewardIsLate) {
+        const auto gone = std::move(steward);
+    }
+    Daemon daemon{steward.port()};
+    if (GetParam().stewardIsLate) {
+        ASSERT_TRUE(daemon.log().await(clientError + "Could not connect to server"));
+        steward = ScriptedPeer{steward.port()};
+    }
+    if (!GetParam().serverIsLate) {
+        arrive();
+    }
+    auto connection = accept();
+    connection.send("INFO " + description(port, textTag) + "\n");
+    if (GetParam().serverIsLate) {
+        EXPECT_EQ(error("Error: BADCONNECTIONREJECTED"), connection.readLine());
+        arrive();
+    }
+    EXPECT_EQ("65535=4,item", connection.readLine());
+    EXPECT_EQ("", connection.readLine());
+    EXPECT_EQ(cleared, connection.readLine());
+    end(daemon, connection);
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, ArrivalTest,
+                         testing::Values(Arrival{"StewardLast", true, false},
+                                         Arrival{"ServerLast", false, true},
+                                         Arrival{"StewardThenServer", true, true}),
+                         [](const auto& arrival) { return arrival.param.name; });
 
 }  // namespace

@@ -2,7 +2,7 @@
 /*
  * Preloaded into the daemon by tests. What it hands to the system log goes, one line per record, to
  * the file that SYSLOG_CAPTURE names: "identity <priority> text". The host name "never.test" is
- * looked up for ever.
+ * looked up for ever. The wall clock is set hours forth and back between any two looks at it.
  */
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -11,7 +11,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 static const char* identity = "";
@@ -21,6 +24,9 @@ static void capture(int priority, const char* format, va_list arguments) {
     char* line = NULL;
     const int file =
         open(getenv("SYSLOG_CAPTURE"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (file < 0) {
+        return; /* like the system's own, with no descriptor left */
+    }
     if (vasprintf(&text, format, arguments) >= 0) {
         const int size = asprintf(&line, "%s <%d> %s\n", identity, priority, text);
         if (size < 0 || write(file, line, (size_t)size) != size) {
@@ -64,4 +70,32 @@ int getaddrinfo(const char* host, const char* service, const struct addrinfo* hi
     Function next = NULL;
     *(void**)&next = dlsym(RTLD_NEXT, "getaddrinfo");
     return next(host, service, hints, result);
+}
+
+static time_t jump(void) {
+    static _Atomic unsigned looks = 0;
+    return looks++ % 2 == 0 ? 5 * 3600 : -5 * 3600;
+}
+
+int clock_gettime(clockid_t clock, struct timespec* now) {
+    const int result = (int)syscall(SYS_clock_gettime, clock, now);
+    if (clock == CLOCK_REALTIME) {
+        now->tv_sec += jump();
+    }
+    return result;
+}
+
+int gettimeofday(struct timeval* restrict now, void* restrict zone) {
+    const int result = (int)syscall(SYS_gettimeofday, now, zone);
+    now->tv_sec += jump();
+    return result;
+}
+
+time_t time(time_t* result) {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (result != NULL) {
+        *result = now.tv_sec;
+    }
+    return now.tv_sec;
 }
