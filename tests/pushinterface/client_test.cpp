@@ -8,15 +8,18 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <dlfcn.h>
 #include <netdb.h>
+#include <pthread.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -89,6 +92,22 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
 
 namespace {
 
+thread_local std::function<void()>* behindUnlock = nullptr;  // once, on this thread
+
+}  // namespace
+
+extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+    static const auto next =
+        reinterpret_cast<decltype(&pthread_mutex_unlock)>(dlsym(RTLD_NEXT, "pthread_mutex_unlock"));
+    const int result = next(mutex);
+    if (const auto* action = std::exchange(behindUnlock, nullptr)) {
+        (*action)();
+    }
+    return result;
+}
+
+namespace {
+
 using namespace Orvik::PushInterface;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
@@ -118,7 +137,9 @@ class RunningClient {
         client_.connect(host, port, delay);
         run();
     }
-    [[nodiscard]] bool ends() { return thread_.wait_for(20s) == std::future_status::ready; }
+    [[nodiscard]] bool ends(std::chrono::milliseconds limit = 20s) {
+        return thread_.wait_for(limit) == std::future_status::ready;
+    }
 
   private:
     Client client_;
@@ -542,6 +563,21 @@ TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
     EXPECT_EQ("", connection.readLine());  // the line feed of the batch itself
     pushErrorMessage(*client, std::string(300, 'e'));
     EXPECT_EQ("@__nimbara_error_msg__=255," + std::string(255, 'e'), connection.readLine());
+}
+
+// Between the strand's taking of the work and the loop's, nothing is pending but what arrives.
+TEST_F(ClientTest, RunsOnWhenALineArrivesAmidAnotherThreadsPost) {
+    client.connect(peer.port());
+    auto connection = peer.accept();
+    ASSERT_TRUE(handler.await("onConnected"));
+    std::function<void()> action = [&] {
+        connection.send("RTCH 1\n");
+        EXPECT_FALSE(client.ends(100ms));
+    };
+    behindUnlock = &action;
+    client->setDevice("id", "key");
+    EXPECT_TRUE(handler.await("onRtch: on"));
+    logOff(connection);
 }
 
 }  // namespace

@@ -56,6 +56,9 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     /// Queues work on the client thread. May be called from any thread.
     template <typename Work>
     void post(Work&& work) {
+        // The strand takes the work before the loop counts it. Nothing else might be pending in
+        // between, and `run` would end
+        const auto pending = boost::asio::make_work_guard(loop_);
         boost::asio::post(strand_, std::forward<Work>(work));
     }
 
