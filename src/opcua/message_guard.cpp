@@ -1,42 +1,59 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/message_guard.hpp"
 
-#include <cstring>
+#include <algorithm>
+#include <array>
 
 namespace PullappOpcUa {
+namespace {
 
-bool MessageGuard::accepts(std::string_view bytes) noexcept {
+constexpr std::size_t headerSize = 8;  // what a chunk is, and its size
+constexpr std::size_t requestIdOffset = 20;
+constexpr std::size_t typeOffset = 24;
+constexpr std::array<std::size_t, 3> typeSizes{2, 4, 7};  // of numbers, by their first byte
+
+constexpr std::string_view openChannel = "OPN";
+constexpr std::string_view service = "MSG";
+constexpr std::size_t largestOpen = 65535;
+
+}  // namespace
+
+bool MessageGuard::accepts(std::string_view bytes) {
     while (!bytes.empty()) {
-        if (received_ < startSize()) {
-            start_[received_++] = static_cast<std::uint8_t>(bytes.front());
-            bytes.remove_prefix(1);
-            if (received_ == startSize() && !acceptsStart()) {
-                return false;
-            }
-        } else {
-            const auto rest = std::min(bytes.size(), chunkSize() - received_);
-            received_ += rest;
-            bytes.remove_prefix(rest);
+        const bool isStart = start_.size() < startSize();
+        const auto missing = (isStart ? startSize() : chunkSize() - skipped_) - start_.size();
+        const auto next = bytes.substr(0, missing);
+        bytes.remove_prefix(next.size());
+        if (!isStart) {
+            skipped_ += next.size();
+        } else if (start_ += next; start_.size() == startSize() && !acceptsStart()) {
+            return false;
         }
-        if (received_ >= headerSize && received_ == chunkSize()) {
-            received_ = 0;
+        if (start_.size() + skipped_ == chunkSize()) {
+            start_.clear();
+            skipped_ = 0;
         }
     }
     return true;
 }
 
-std::uint32_t MessageGuard::number(std::size_t offset) const noexcept {
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i) {
-        value |= std::uint32_t{start_[offset + i]} << 8 * i;
-    }
-    return value;
+/// A size below the header's is the last thing that the stack reads.
+std::size_t MessageGuard::chunkSize() const {
+    return std::max<std::size_t>(number(4), headerSize);
 }
 
-bool MessageGuard::acceptsStart() noexcept {
+std::size_t MessageGuard::startSize() const {
+    const auto most = start_.starts_with(openChannel) ? largestOpen : typeOffset + typeSizes.back();
+    return std::min(chunkSize(), most);
+}
+
+bool MessageGuard::acceptsStart() {
     constexpr char intermediate = 'C';
     constexpr char abort = 'A';
-    if (std::memcmp(start_.data(), "MSG", 3) != 0) {
+    if (start_.starts_with(openChannel)) {
+        return hasType(typeOffsetOfOpen());
+    }
+    if (!start_.starts_with(service)) {
         return true;
     }
     const auto kind = start_[3];
@@ -44,12 +61,35 @@ bool MessageGuard::acceptsStart() noexcept {
     const bool isSame = number(requestIdOffset) == requestId_;
     continues_ = kind == intermediate;
     requestId_ = number(requestIdOffset);
-    return kind == abort || (isFirst ? hasType() : isSame);
+    return kind == abort || (isFirst ? hasType(typeOffset) : isSame);
 }
 
-bool MessageGuard::hasType() const noexcept {
-    return received_ > typeOffset && start_[typeOffset] < typeSizes.size() &&
-           received_ - typeOffset >= typeSizes[start_[typeOffset]];
+bool MessageGuard::hasType(std::size_t offset) const {
+    if (start_.size() <= offset) {
+        return false;
+    }
+    const auto form = static_cast<std::uint8_t>(start_[offset]);
+    return form < typeSizes.size() && start_.size() - offset >= typeSizes[form];
+}
+
+/// Behind the channel, three texts with their lengths, and two numbers.
+std::size_t MessageGuard::typeOffsetOfOpen() const {
+    constexpr std::uint32_t null = 0xFFFFFFFF;
+    std::size_t offset = headerSize + 4;
+    for (int texts = 0; texts < 3; ++texts) {
+        const auto length = number(offset);
+        offset += 4 + (length == null ? 0 : length);
+    }
+    return offset + 8;
+}
+
+/// Of four bytes, the lowest first; 0 behind the end.
+std::uint32_t MessageGuard::number(std::size_t offset) const {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < sizeof value && offset + sizeof value <= start_.size(); ++i) {
+        value |= std::uint32_t{static_cast<std::uint8_t>(start_[offset + i])} << 8 * i;
+    }
+    return value;
 }
 
 }  // namespace PullappOpcUa
