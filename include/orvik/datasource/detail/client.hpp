@@ -314,7 +314,7 @@ class Client {
     std::uint8_t connectRetriesLeft_ = Settings::unlimited;
     std::uint8_t pullsLeft_ = Settings::unlimited;
     bool discarding_ = false;  // an exception made what is pending void
-    boost::asio::io_context loop_;
+    boost::asio::io_context loop_{1};
     boost::asio::steady_timer timer_{loop_};
 };
 

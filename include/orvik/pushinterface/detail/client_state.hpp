@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -23,7 +23,6 @@
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
-#include <boost/asio/write.hpp>
 #include <boost/system/error_code.hpp>
 #include <boost/thread/exceptions.hpp>
 #include <boost/thread/thread.hpp>
@@ -122,7 +121,8 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         message += '\n';
         target->sendQueue.push(std::move(message));
         if (target->sendQueue.size() == 1) {
-            startWrite(target);
+            // Behind what is queued already, as the short line that follows each batch
+            post([this, target = target] { startWrite(target); });
         }
     }
 
@@ -207,6 +207,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         ErrorCode ignored;
         // Else the short line behind each batch would wait for the batch to be acknowledged
         connection->socket.set_option(Tcp::no_delay{true}, ignored);
+        connection->socket.non_blocking(true, ignored);
         notify("onConnected", &ClientHandler::onConnected);
         closeConnections([](const Connection& other) { return other.readEnded; });
         connections_.push_back(connection);
@@ -350,21 +351,35 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         }
     }
 
+    /// Writes line by line what the system takes at once, and the rest when it has room again.
     void startWrite(const ConnectionPtr& connection) {
-        boost::asio::async_write(
-            connection->socket, boost::asio::buffer(connection->sendQueue.front()),
-            [=, this](ErrorCode error, std::size_t) { handleWrite(connection, error); });
+        ErrorCode error;
+        while (!error && !connection->sendQueue.empty()) {
+            error = connection->sendFront();
+            if (error == boost::asio::error::would_block) {
+                awaitRoom(connection);
+            } else {
+                handleWrite(*connection, error);
+            }
+        }
     }
 
-    void handleWrite(const ConnectionPtr& connection, ErrorCode error) {
-        auto& queue = connection->sendQueue;
+    void awaitRoom(const ConnectionPtr& connection) {
+        connection->socket.async_wait(Tcp::socket::wait_write, [=, this](ErrorCode error) {
+            if (error) {
+                handleWrite(*connection, error);
+            } else {
+                startWrite(connection);
+            }
+        });
+    }
+
+    void handleWrite(Connection& connection, ErrorCode error) {
+        auto& queue = connection.sendQueue;
         if (error) {  // the line stays where it is, so that nothing more is written
             notifyClientError("Write failed - socket error: '" + queue.front() + "'");
-            return;
-        }
-        notify("onWrite", &ClientHandler::onWrite, queue.pop());
-        if (!queue.empty()) {
-            startWrite(connection);
+        } else {
+            notify("onWrite", &ClientHandler::onWrite, queue.pop());
         }
     }
 
@@ -441,7 +456,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     std::string deviceId_;
     std::string deviceKey_;
     bool autoReconnect_ = false;
-    boost::asio::io_context loop_;
+    boost::asio::io_context loop_{1};
     boost::asio::strand<boost::asio::io_context::executor_type> strand_{loop_.get_executor()};
     Tcp::resolver resolver_{strand_};
     boost::asio::steady_timer reconnectTimer_{strand_};

@@ -6,8 +6,13 @@
 #include <cstddef>
 #include <memory>
 
+#include <sys/socket.h>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/streambuf.hpp>
+#include <boost/system/error_code.hpp>
 
 namespace Orvik::PushInterface::Detail {
 
@@ -23,8 +28,24 @@ struct Connection {
         readBuffer.prepare(initialCapacity);
     }
 
+    /// Sends what the system takes of the front line, once. Tells it when another line follows, so
+    /// that both can leave in one packet. @return success once the line is sent as a whole
+    [[nodiscard]] boost::system::error_code sendFront() {
+        boost::system::error_code error;
+        const auto rest = boost::asio::buffer(sendQueue.front()) + sentOfFront;
+        sentOfFront += socket.send(rest, sendQueue.size() > 1 ? MSG_MORE : 0, error);
+        if (!error && sentOfFront < sendQueue.front().size()) {
+            return boost::asio::error::would_block;
+        }
+        if (!error) {
+            sentOfFront = 0;
+        }
+        return error;
+    }
+
     boost::asio::ip::tcp::socket socket;
     SendQueue sendQueue;                ///< lines with their line feed; the front is being written
+    std::size_t sentOfFront = 0;        ///< bytes
     boost::asio::streambuf readBuffer;  ///< received and not yet consumed; grows as needed
     std::size_t droppedBatches = 0;     ///< since the backlog was full; not reported yet
     bool helloReceived = false;

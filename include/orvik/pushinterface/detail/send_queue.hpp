@@ -29,7 +29,7 @@ class SendQueue {
 
     [[nodiscard]] bool empty() const noexcept { return lines_.empty(); }
     [[nodiscard]] std::size_t size() const noexcept { return lines_.size(); }
-    [[nodiscard]] std::string& front() noexcept { return lines_.front(); }
+    [[nodiscard]] const std::string& front() const noexcept { return lines_.front(); }
     [[nodiscard]] std::size_t backlog() const noexcept { return backlog_; }
 
     /// A batch that finds nothing waiting is never too large.
