@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <iomanip>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -56,6 +57,17 @@ namespace {
 using namespace Orvik;
 using TestSupport::RecordingSink;
 using Records = std::vector<std::string>;
+
+TEST(RecordTest, DoesNotShowInTheNextRecordOrInOneAroundIt) {
+    const RecordingSink sink{8};
+    const auto logNumber = [](int number) {
+        Log::Record{Log::info} << std::hex << std::setw(4) << std::setfill('*') << number;
+        return number;
+    };
+    Log::Record{Log::notice} << 10 << " around " << logNumber(11) << ' ' << 12;
+    Log::Record{Log::info} << 13 << std::setw(3) << 14;
+    EXPECT_EQ((Records{"6 ***b", "5 10 around 11 12", "6 13 14"}), sink.records());
+}
 
 TEST(RecordTest, PassesUpToTheLevelOfTheSink) {
     const RecordingSink sink{8};

@@ -2,11 +2,11 @@
 #pragma once
 
 #include "orvik/log/current_sink.hpp"
+#include "orvik/log/detail/text_stream.hpp"
 
+#include <cstdint>
 #include <memory>
-#include <sstream>
 #include <string_view>
-#include <utility>
 
 namespace Orvik::Log {
 
@@ -31,7 +31,7 @@ class Record {
 
     /// A record that begins with where it comes from: "path:line: ".
     Record(Level level, const Location& origin) : Record{level} {
-        text_ << origin.path << ':' << origin.line << ": ";
+        *text_ << origin.path << ':' << origin.line << ": ";
     }
 
     Record(const Record&) = delete;
@@ -39,20 +39,20 @@ class Record {
 
     ~Record() {
         if (sink_ && level_ <= sink_->level()) {
-            sink_->write(static_cast<std::uint32_t>(level_), std::move(text_).str());
+            sink_->write(static_cast<std::uint32_t>(level_), text_->str());
         }
     }
 
     template <typename Value>
     Record& operator<<(const Value& value) {
-        text_ << value;
+        *text_ << value;
         return *this;
     }
 
   private:
     std::unique_ptr<Sink>& sink_;
     std::int32_t level_;
-    std::stringstream text_;
+    Detail::TextStream text_;
 };
 
 }  // namespace Orvik::Log
