@@ -53,10 +53,10 @@ template <std::floating_point Float>
 void append(std::string& text, Float value) {
     constexpr int precision = std::same_as<Float, float> ? 10 : 18;
     std::array<char, 40> digits;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
-                                   std::chars_format::general, precision)
-                         .ptr;
-    text.append(digits.data(), end);
+    const auto* end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
+                                    std::chars_format::general, precision)
+                          .ptr;
+    text.append(std::string_view{digits.data(), end});
 }
 
 template <typename T>
