@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/value.hpp"
 
+#include "opcua/number_text.hpp"
 #include "orvik/pushinterface/protocol.hpp"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <concepts>
 #include <cstddef>
 #include <iterator>
@@ -51,12 +51,7 @@ void append(std::string& text, Integer value) {
 
 template <std::floating_point Float>
 void append(std::string& text, Float value) {
-    constexpr int precision = std::same_as<Float, float> ? 10 : 18;
-    std::array<char, 40> digits;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
-    const auto* end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
-                                    std::chars_format::general, precision)
-                          .ptr;
-    text.append(std::string_view{digits.data(), end});
+    appendGeneral(text, value, std::same_as<Float, float> ? 10 : 18);
 }
 
 template <typename T>

@@ -192,6 +192,8 @@ void expectAllStreamed() {
         const auto bits = random();
         expectStreamed(std::bit_cast<Float>(static_cast<Bits>(bits)));
         expectStreamed(static_cast<Float>(static_cast<std::int32_t>(bits)) / 1000);
+        // Binary fractions, of which many lie just between two decimal ones
+        expectStreamed(std::ldexp(static_cast<Float>(bits >> 40U), -static_cast<int>(bits % 32)));
     }
 }
 
