@@ -3,6 +3,7 @@
 
 #include "orvik/pushinterface/client_handler.hpp"
 #include "orvik/pushinterface/detail/connection.hpp"
+#include "orvik/pushinterface/detail/free_memory.hpp"
 #include "orvik/pushinterface/protocol.hpp"
 
 #include <chrono>
@@ -227,7 +228,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     // Reading
 
     void startRead(const ConnectionPtr& connection) {
-        boost::asio::async_read_until(connection->socket, connection->readBuffer, '\n',
+        boost::asio::async_read_until(connection->socket, *connection->readBuffer, '\n',
                                       [=, this](ErrorCode error, std::size_t length) {
                                           handleRead(connection, error, length);
                                       });
@@ -238,14 +239,25 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             handleEnd(*connection);
             return;
         }
-        const std::string line{static_cast<const char*>(connection->readBuffer.data().data()),
-                               length - 1};
-        connection->readBuffer.consume(length);
+        auto& buffer = *connection->readBuffer;
+        const std::string line{static_cast<const char*>(buffer.data().data()), length - 1};
+        buffer.consume(length);
         notify("onRead", &ClientHandler::onRead, line);
         dispatch(connection, line);
+        if (constexpr std::size_t large = 65536; length > large) {
+            releaseMemory(*connection);
+        }
         if (connection->socket.is_open()) {
             startRead(connection);
         }
+    }
+
+    /// A description is large and comes once. Its last copy goes with the notification.
+    void releaseMemory(Connection& connection) {
+        if (connection.readBuffer->size() == 0) {
+            connection.renewReadBuffer();
+        }
+        post(returnFreeMemory);
     }
 
     void handleEnd(Connection& connection) {
@@ -353,14 +365,20 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     /// Writes line by line what the system takes at once, and the rest when it has room again.
     void startWrite(const ConnectionPtr& connection) {
-        ErrorCode error;
-        while (!error && !connection->sendQueue.empty()) {
-            error = connection->sendFront();
+        constexpr int linesPerStep = 16;  // a long queue must not keep all else waiting
+        for (int i = 0; i < linesPerStep && !connection->sendQueue.empty(); ++i) {
+            const auto error = connection->sendFront();
             if (error == boost::asio::error::would_block) {
                 awaitRoom(connection);
-            } else {
-                handleWrite(*connection, error);
+                return;
             }
+            handleWrite(*connection, error);
+            if (error) {
+                return;
+            }
+        }
+        if (!connection->sendQueue.empty()) {
+            post([=, this] { startWrite(connection); });
         }
     }
 

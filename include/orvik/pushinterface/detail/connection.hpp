@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 
 #include <sys/socket.h>
 
@@ -24,8 +25,13 @@ namespace Orvik::PushInterface::Detail {
 struct Connection {
     template <typename Executor>
     explicit Connection(const Executor& executor) : socket{executor} {
+        renewReadBuffer();
+    }
+
+    /// Makes it small again. It must be empty.
+    void renewReadBuffer() {
         constexpr std::size_t initialCapacity = 128;
-        readBuffer.prepare(initialCapacity);
+        readBuffer.emplace().prepare(initialCapacity);
     }
 
     /// Sends what the system takes of the front line, once. Tells it when another line follows, so
@@ -44,10 +50,11 @@ struct Connection {
     }
 
     boost::asio::ip::tcp::socket socket;
-    SendQueue sendQueue;                ///< lines with their line feed; the front is being written
-    std::size_t sentOfFront = 0;        ///< bytes
-    boost::asio::streambuf readBuffer;  ///< received and not yet consumed; grows as needed
-    std::size_t droppedBatches = 0;     ///< since the backlog was full; not reported yet
+    SendQueue sendQueue;          ///< lines with their line feed; the front is being written
+    std::size_t sentOfFront = 0;  ///< bytes
+    /// Received and not yet consumed; grows as needed. Always there.
+    std::optional<boost::asio::streambuf> readBuffer;
+    std::size_t droppedBatches = 0;  ///< since the backlog was full; not reported yet
     bool helloReceived = false;
     bool disconnecting = false;  ///< "EXIT" is queued; nothing may follow it
     bool readEnded = false;      ///< lost or closed by the steward; a write may still be pending

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "orvik/pushinterface/detail/free_memory.hpp"
+
 #include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <string>
 #include <utility>
-
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 namespace Orvik::PushInterface::Detail {
 
@@ -63,12 +61,9 @@ class SendQueue {
         return sizeof line + line.size();
     }
 
-    /// Else the C library would keep what a large backlog took, for the rest of the process.
     void returnMemory() noexcept {
         if (std::exchange(peak_, 0) > backlogLimit / 4) {
-#ifdef __GLIBC__
-            ::malloc_trim(0);
-#endif
+            returnFreeMemory();
         }
     }
 
