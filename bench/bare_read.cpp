@@ -1,17 +1,25 @@
 // SPDX-License-Identifier: MIT
-// The floor that the daemon is measured against: one prepared Read over and over with the daemon's
-// own session settings, as a C program would do it, and the values dropped.
-#include "opcua/session.hpp"
-
+// The floor that the daemon is measured against: the stack alone, with the daemon's settings, doing
+// one prepared Read over and over as a C program would, and the values dropped.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include <open62541/client.h>
+#include <open62541/client_config_default.h>
+
 namespace {
 
 volatile std::sig_atomic_t ended = 0;
+
+void configure(UA_ClientConfig* config) {
+    UA_ClientConfig_setDefault(config);
+    config->timeout = 5000;
+    config->localConnectionConfig.sendBufferSize = 65535;
+    config->localConnectionConfig.recvBufferSize = 65535;
+}
 
 UA_StatusCode read(UA_Client* client, const UA_ReadRequest& request) {
     UA_ReadResponse response;
@@ -43,12 +51,14 @@ int main(int argc, char** argv) {
     request.nodesToReadSize = entries.size();
 
     std::signal(SIGTERM, [](int) { ended = 1; });
-    PullappOpcUa::ClientPtr client;
+    UA_Client* client = UA_Client_new();
+    configure(UA_Client_getConfig(client));
     const auto url = std::string{"opc.tcp://127.0.0.1:"} + argv[1];
-    auto status = PullappOpcUa::openSession(url, {}, client);
+    auto status = UA_Client_connect(client, url.c_str());
     while (status == UA_STATUSCODE_GOOD && ended == 0) {
-        status = read(client.get(), request);
+        status = read(client, request);
     }
+    UA_Client_delete(client);
     if (status != UA_STATUSCODE_GOOD) {
         std::fprintf(stderr, "bare-read: %s\n", UA_StatusCode_name(status));
         return 1;
