@@ -15,8 +15,9 @@ from .plant import STRING, Description
 if TYPE_CHECKING:
     from .lane import Lane
 
-#: A Read or a connect that hangs, a disconnect that hangs, the wait after a failed verification.
-SERVER_DELAY = 5 + 1 + 15
+#: A log-in that broke off is not tried again before the server must have ended its session: 16 s and
+#: twice the pull delay, in steps of 10 s. A failed verification takes less: 5 + 1 + 15 s.
+SERVER_DELAY = 30
 #: The wait before the next connection to the steward, when a worker that hangs has been joined.
 STEWARD_DELAY = 5 + 1 + 10
 #: Reading a full backlog, which this end has to check as it comes.

@@ -202,6 +202,7 @@ class Lane:
         await self.judge.steady(self._plan.uniform(0.5, 2), self._pull_delay())
         self.judge.forget()
         await self._check_resources()
+        self.figures.sessions = max(self.figures.sessions, (await self.server.sessions())[1])
         if not any(fault.is_work for fault in faults):
             self._check_cpu((self.daemon.cpu_time() - cpu_time) / (self.now() - begin))
 
@@ -258,11 +259,13 @@ class Lane:
         """Waits until so many are alive on the server."""
         self.current = "sessions"
         end = self.now() + limit
-        while (alive := await self.server.sessions()) != expected:
-            self.figures.sessions = max(self.figures.sessions, alive)
-            if self.now() > end:
+        alive = -1
+        while alive != expected:
+            alive, most = await self.server.sessions()
+            self.figures.sessions = max(self.figures.sessions, most)
+            if alive != expected and self.now() > end:
                 raise Violation(f"{alive} sessions of ours alive instead of {expected}")
-            await asyncio.sleep(0.5)
+            await asyncio.sleep(0.2)
 
     async def _stop(self) -> None:
         self.current = "stop"

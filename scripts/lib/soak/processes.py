@@ -99,12 +99,14 @@ class OpcUaServer(Child):
         assert self.process and self.process.stdin
         self.process.stdin.write(line.encode() + b"\n")
 
-    async def sessions(self) -> int:
-        """How many are alive."""
+    async def sessions(self) -> tuple[int, int]:
+        """How many are alive, and the most that ever were since the start."""
         self.command("stats")
         assert self.process and self.process.stdout
-        line = await asyncio.wait_for(self.process.stdout.readline(), 10)
-        return int(line.rsplit(b" ", 1)[1])
+        line = (await asyncio.wait_for(self.process.stdout.readline(), 10)).decode()
+        alive, most = (re.search(rf"sessions {word} (\d+)", line) for word in ("alive", "at most"))
+        assert alive and most, line
+        return int(alive[1]), int(most[1])
 
 
 RECORDS = re.compile(
