@@ -322,7 +322,7 @@ bool closeSession(UA_Client& client) {
     request.deleteSubscriptions = true;
     Owned<UA_CloseSessionResponse, UA_TYPES_CLOSESESSIONRESPONSE> response;
     __UA_Client_Service(&client, &request, &UA_TYPES[UA_TYPES_CLOSESESSIONREQUEST], &*response,
-                        response.type());
+                        &UA_TYPES[UA_TYPES_CLOSESESSIONRESPONSE]);
     return response->responseHeader.serviceResult == UA_STATUSCODE_GOOD;
 }
 

@@ -309,7 +309,7 @@ TEST(OpcUaServerTest, MayBeKilledAndRestarted) {
     const char* rounds = std::getenv("FAULT_ROUNDS");
     Plant plant;
     plant.describe(plant.server().port());
-    for (int round = 0; round < (rounds != nullptr ? std::atoi(rounds) : 1); ++round) {
+    for (int round = 0; round < (rounds != nullptr ? std::stoi(rounds) : 1); ++round) {
         plant.expectValues(afterConnect);
         plant.server().kill();
         const auto restart = Clock::now() + (round % 2 == 0 ? 1s : 30s);
