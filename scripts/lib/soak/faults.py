@@ -91,8 +91,11 @@ def other_types(lane: Lane) -> Description:
 
 
 def tag_gone(lane: Lane) -> Description:
+    """Another stands in its place: the values of all others stay what they are."""
     gone = lane.steward.description.tags[0].index
-    return replace(lane.plant, tags=tuple(t for t in lane.plant.tags if t.index != gone))
+    tags = list(lane.plant.tags)
+    tags[gone] = replace(tags[gone], index=len(tags))
+    return replace(lane.plant, tags=tuple(tags))
 
 
 TAG_FAULTS = ("bad-status", "no-value", "other-type", "null-string", "array")
