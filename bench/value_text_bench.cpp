@@ -76,7 +76,7 @@ std::array<T, batchSize> makeValues() {
     return values;
 }
 
-/// Writes the batch again and again with a function that appends one value to it.
+/// Writes the batch again and again with a function that appends one line to it.
 template <typename T, typename Append>
 void writeBatches(benchmark::State& state, Append append) {
     auto values = makeValues<T>();
@@ -84,9 +84,7 @@ void writeBatches(benchmark::State& state, Append append) {
     for (auto _ : state) {
         batch.clear();
         for (std::size_t i = 0; i < values.size(); ++i) {
-            Orvik::PushInterface::appendTagId(batch, static_cast<std::uint16_t>(i));
-            append(batch, values[i]);
-            batch += '\n';
+            append(batch, static_cast<std::uint16_t>(i), values[i]);
         }
         benchmark::DoNotOptimize(batch.data());
     }
@@ -99,28 +97,31 @@ template <typename T>
 void ours(benchmark::State& state) {
     Tag tag;
     tag.tagType = Kind<T>::tag;
-    writeBatches<T>(state, [&](std::string& batch, T& value) {
+    writeBatches<T>(state, [&](std::string& batch, std::uint16_t id, T& value) {
+        tag.id = id;
         UA_Variant variant{};
         UA_Variant_setScalar(&variant, &value, &UA_TYPES[Kind<T>::variant]);
-        benchmark::DoNotOptimize(appendValue(batch, tag, variant));
+        benchmark::DoNotOptimize(appendLine(batch, tag, variant));
     });
 }
 
 template <typename T>
 void snprintfPerValue(benchmark::State& state) {
-    writeBatches<T>(state, [](std::string& batch, const T& value) {
+    writeBatches<T>(state, [](std::string& batch, std::uint16_t id, const T& value) {
+        Orvik::PushInterface::appendTagId(batch, id);
         std::array<char, 64> text;
         const auto size = std::snprintf(text.data(), text.size(), Kind<T>::format, value);
         batch.append(text.data(), static_cast<std::size_t>(size));
+        batch += '\n';
     });
 }
 
 template <typename T>
 void streamPerValue(benchmark::State& state) {
-    writeBatches<T>(state, [](std::string& batch, const T& value) {
+    writeBatches<T>(state, [](std::string& batch, std::uint16_t id, const T& value) {
         std::ostringstream stream;
         stream.precision(std::is_same_v<T, UA_Float> ? 10 : 18);
-        stream << value;
+        stream << id << '=' << value << '\n';
         batch += stream.str();
     });
 }

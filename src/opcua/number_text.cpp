@@ -1,24 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/number_text.hpp"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string_view>
 
 namespace PullappOpcUa {
 namespace {
 
 /// The library's way, for every value: exact, but with big numbers.
-void appendAnyGeneral(std::string& text, double value, int precision) {
-    std::array<char, 40> digits;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
-    const auto* end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
-                                    std::chars_format::general, precision)
-                          .ptr;
-    text.append(std::string_view{digits.data(), end});
+char* writeAnyGeneral(char* out, double value, int precision) {
+    return std::to_chars(out, out + generalSize, value, std::chars_format::general, precision).ptr;
 }
 
 #ifdef __SIZEOF_INT128__
@@ -66,22 +64,27 @@ struct Binary {
     }
 };
 
-/// Appends digits of which so many stand behind the point; zeros at the end are left out.
-void appendDecimals(std::string& text, std::string_view digits, std::size_t decimals) {
-    if (digits.size() <= decimals) {
-        text += "0.";
-        text.append(decimals - digits.size(), '0');
-    } else {
-        text += digits.substr(0, digits.size() - decimals);
-        digits.remove_prefix(digits.size() - decimals);
-        if (digits.find_first_not_of('0') != std::string_view::npos) {
-            text += '.';
-        }
+/// Writes digits of which so many stand behind the point; zeros at the end are left out.
+char* writeDecimals(char* out, std::string_view digits, std::size_t decimals) {
+    while (decimals > 0 && digits.ends_with('0')) {
+        digits.remove_suffix(1);
+        --decimals;
     }
-    text += digits.substr(0, digits.find_last_not_of('0') + 1);
+    if (digits.size() <= decimals) {
+        *out++ = '0';
+        *out++ = '.';
+        out = std::fill_n(out, decimals - digits.size(), '0');
+        return std::ranges::copy(digits, out).out;
+    }
+    out = std::copy_n(digits.begin(), digits.size() - decimals, out);
+    if (decimals > 0) {
+        *out++ = '.';
+    }
+    return std::copy_n(std::prev(digits.end(), static_cast<std::ptrdiff_t>(decimals)), decimals,
+                       out);
 }
 
-void appendCommon(std::string& text, double magnitude, int precision) {
+char* writeCommon(char* out, double magnitude, int precision) {
     const Binary value{magnitude};
     auto decimals = precision - 1 - value.leastDecimalExponent();
     auto number = value.scaled(decimals);
@@ -90,24 +93,23 @@ void appendCommon(std::string& text, double magnitude, int precision) {
     }
     std::array<char, 20> digits;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
     const auto* end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-    appendDecimals(text, {digits.data(), end}, static_cast<std::size_t>(decimals));
+    return writeDecimals(out, {digits.data(), end}, static_cast<std::size_t>(decimals));
 }
 
 #endif
 
 }  // namespace
 
-void appendGeneral(std::string& text, double value, int precision) {
+char* writeGeneral(char* out, double value, int precision) {
 #ifdef __SIZEOF_INT128__
     if (const auto magnitude = std::abs(value); isCommon(magnitude, precision)) {
         if (value < 0) {
-            text += '-';
+            *out++ = '-';
         }
-        appendCommon(text, magnitude, precision);
-        return;
+        return writeCommon(out, magnitude, precision);
     }
 #endif
-    appendAnyGeneral(text, value, precision);
+    return writeAnyGeneral(out, value, precision);
 }
 
 }  // namespace PullappOpcUa

@@ -40,34 +40,75 @@ bool hasType(const UA_Variant& variant, std::size_t type) {
     return variant.type == &UA_TYPES[type];
 }
 
-void append(std::string& text, bool value) {
-    text += value ? 't' : 'f';
+/// The most characters of a value that is not a text.
+constexpr std::size_t scalarSize = generalSize;
+
+char* write(char* out, bool value) {
+    *out = value ? 't' : 'f';
+    return out + 1;
 }
 
 template <std::integral Integer>
-void append(std::string& text, Integer value) {
-    Orvik::PushInterface::appendDecimal(text, value);
+char* write(char* out, Integer value) {
+    return Orvik::PushInterface::writeDecimal(out, value);
 }
 
 template <std::floating_point Float>
-void append(std::string& text, Float value) {
-    appendGeneral(text, value, std::same_as<Float, float> ? 10 : 18);
+char* write(char* out, Float value) {
+    return writeGeneral(out, value, std::same_as<Float, float> ? 10 : 18);
 }
 
 template <typename T>
-bool appendScalar(std::string& text, const UA_Variant& variant, std::size_t type) {
+char* writeTyped(char* out, const UA_Variant& variant, std::size_t type) {
     if (!hasType(variant, type) || !UA_Variant_isScalar(&variant)) {
-        return false;
+        return nullptr;
     }
-    append(text, *static_cast<const T*>(variant.data));
-    return true;
+    return write(out, *static_cast<const T*>(variant.data));
+}
+
+/// Writes any value but a text. @param out room for `scalarSize` characters
+/// @return behind the last one; null if the value has not the tag's type
+char* writeScalar(char* out, TagType type, const UA_Variant& variant) {
+    switch (type) {
+        case TagType::Unknown:
+            *out = '?';
+            return out + 1;
+        case TagType::Bool:
+            return writeTyped<UA_Boolean>(out, variant, UA_TYPES_BOOLEAN);
+        case TagType::Int8:
+            return writeTyped<UA_SByte>(out, variant, UA_TYPES_SBYTE);
+        case TagType::UInt8:
+            return writeTyped<UA_Byte>(out, variant, UA_TYPES_BYTE);
+        case TagType::Int16:
+            return writeTyped<UA_Int16>(out, variant, UA_TYPES_INT16);
+        case TagType::UInt16:
+            return writeTyped<UA_UInt16>(out, variant, UA_TYPES_UINT16);
+        case TagType::Int32:
+            return writeTyped<UA_Int32>(out, variant, UA_TYPES_INT32);
+        case TagType::UInt32:
+            return writeTyped<UA_UInt32>(out, variant, UA_TYPES_UINT32);
+        case TagType::Int64:
+            return writeTyped<UA_Int64>(out, variant, UA_TYPES_INT64);
+        case TagType::UInt64:
+            return writeTyped<UA_UInt64>(out, variant, UA_TYPES_UINT64);
+        case TagType::Float:
+            return writeTyped<UA_Float>(out, variant, UA_TYPES_FLOAT);
+        case TagType::Double:
+            return writeTyped<UA_Double>(out, variant, UA_TYPES_DOUBLE);
+        case TagType::String:
+            break;
+    }
+    return out;  // an unassigned number: no text
 }
 
 void appendString(std::string& text, std::string_view value, std::uint32_t maxStringLength) {
     const auto begin = static_cast<std::ptrdiff_t>(text.size());
     Orvik::PushInterface::appendStringValue(text, value, maxStringLength);
-    const auto isLineBreak = [](char c) { return c == '\n' || c == '\r'; };
-    std::replace_if(std::next(text.begin(), begin), text.end(), isLineBreak, ' ');
+    const auto contains = [value](char c) { return value.find(c) != std::string_view::npos; };
+    if (contains('\n') || contains('\r')) {
+        const auto isLineBreak = [](char c) { return c == '\n' || c == '\r'; };
+        std::replace_if(std::next(text.begin(), begin), text.end(), isLineBreak, ' ');
+    }
 }
 
 bool appendStringScalar(std::string& text, const Tag& tag, const UA_Variant& variant) {
@@ -107,42 +148,32 @@ std::string wrongType(const Tag& tag, const UA_Variant& variant) {
     return "Wrong type for tag: " + tag.address + std::string{describeVariantType(variant)};
 }
 
-bool appendValue(std::string& text, const Tag& tag, const UA_Variant& variant) {
-    switch (tag.tagType) {
-        case TagType::Unknown:
-            text += '?';
-            return true;
-        case TagType::Bool:
-            return appendScalar<UA_Boolean>(text, variant, UA_TYPES_BOOLEAN);
-        case TagType::Int8:
-            return appendScalar<UA_SByte>(text, variant, UA_TYPES_SBYTE);
-        case TagType::UInt8:
-            return appendScalar<UA_Byte>(text, variant, UA_TYPES_BYTE);
-        case TagType::Int16:
-            return appendScalar<UA_Int16>(text, variant, UA_TYPES_INT16);
-        case TagType::UInt16:
-            return appendScalar<UA_UInt16>(text, variant, UA_TYPES_UINT16);
-        case TagType::Int32:
-            return appendScalar<UA_Int32>(text, variant, UA_TYPES_INT32);
-        case TagType::UInt32:
-            return appendScalar<UA_UInt32>(text, variant, UA_TYPES_UINT32);
-        case TagType::Int64:
-            return appendScalar<UA_Int64>(text, variant, UA_TYPES_INT64);
-        case TagType::UInt64:
-            return appendScalar<UA_UInt64>(text, variant, UA_TYPES_UINT64);
-        case TagType::Float:
-            return appendScalar<UA_Float>(text, variant, UA_TYPES_FLOAT);
-        case TagType::Double:
-            return appendScalar<UA_Double>(text, variant, UA_TYPES_DOUBLE);
-        case TagType::String:
-            return appendStringScalar(text, tag, variant);
+bool appendLine(std::string& batch, const Tag& tag, const UA_Variant& variant) {
+    std::array<char, Orvik::PushInterface::tagIdSize + scalarSize + 1>
+        line;  // NOLINT: filled below
+    char* end = Orvik::PushInterface::writeTagId(line.data(), tag.id);
+    if (tag.tagType == TagType::String) {
+        batch.append(std::string_view{line.data(), end});
+        const bool fits = appendStringScalar(batch, tag, variant);
+        batch += '\n';
+        return fits;
     }
-    return true;  // an unassigned number: no text
+    end = writeScalar(end, tag.tagType, variant);
+    if (end == nullptr) {
+        return false;
+    }
+    *end++ = '\n';
+    batch.append(std::string_view{line.data(), end});
+    return true;
 }
 
 std::optional<std::string> formatValue(const Tag& tag, const UA_Variant& variant) {
-    std::string text;
-    return appendValue(text, tag, variant) ? std::optional{text} : std::nullopt;
+    std::string line;
+    if (!appendLine(line, tag, variant)) {
+        return std::nullopt;
+    }
+    line.pop_back();
+    return line.substr(line.find('=') + 1);
 }
 
 std::string formatString(std::string_view text, std::uint32_t maxStringLength) {

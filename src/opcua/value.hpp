@@ -21,14 +21,14 @@ namespace PullappOpcUa {
 [[nodiscard]] std::string wrongType(const Tag& tag, const UA_Variant& variant);
 
 /**
- * Appends a scalar value as push-interface text.
+ * Appends the line of a value batch for a tag: its id, "=", a scalar value as text, a line feed.
  *
  * @return false if the value has not the tag's type or is a null string; something may have been
  * appended then
  */
-[[nodiscard]] bool appendValue(std::string& text, const Tag& tag, const UA_Variant& variant);
+[[nodiscard]] bool appendLine(std::string& batch, const Tag& tag, const UA_Variant& variant);
 
-/// The same as a text of its own; nothing if it cannot be had.
+/// The text of the value alone; nothing if it cannot be had.
 [[nodiscard]] std::optional<std::string> formatValue(const Tag& tag, const UA_Variant& variant);
 
 /// A text with its length in front, cut to the limit (0 for none), line breaks become blanks.
