@@ -223,7 +223,8 @@ void addTags(Device& device) {
     Fuzz::require(device.parseDevice().empty(), "the device is prepared");
 }
 
-/// Connects, verifies and pulls twice, as long as nothing fails. @return how many batches came
+/// Connects, verifies and pulls twice, as long as nothing fails; connects anew. @return how many
+/// batches came
 int run(Edits edits, std::uint16_t genuine = 0) {
     server().begin(std::move(edits), genuine);
     Device device;
@@ -240,6 +241,8 @@ int run(Edits edits, std::uint16_t genuine = 0) {
         const bool second = first && handler.pullData(device, client).empty();
         Fuzz::require(client.count == first + second, "so does the next");
     }
+    handler.disconnect(device);
+    static_cast<void>(handler.connect(device));  // perhaps the same session, on a new channel
     handler.disconnect(device);
     server().begin({}, 0);
     return client.count;
