@@ -244,7 +244,8 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         buffer.consume(length);
         notify("onRead", &ClientHandler::onRead, line);
         dispatch(connection, line);
-        if (constexpr std::size_t large = 65536; length > large) {
+        constexpr std::size_t large = 131072;
+        if (buffer.size() == 0 && buffer.capacity() > large) {
             releaseMemory(*connection);
         }
         if (connection->socket.is_open()) {
@@ -254,9 +255,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     /// A description is large and comes once. Its last copy goes with the notification.
     void releaseMemory(Connection& connection) {
-        if (connection.readBuffer->size() == 0) {
-            connection.renewReadBuffer();
-        }
+        connection.renewReadBuffer();
         post(returnFreeMemory);
     }
 
