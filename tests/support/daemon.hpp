@@ -7,8 +7,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -102,11 +105,14 @@ class Daemon {
     }
 
   private:
+    /// DAEMON_RUNNER may name a program, with its arguments, that runs the daemon.
     static std::vector<std::string> arguments(std::uint16_t port, std::vector<std::string> more) {
-        std::vector<std::string> result{DAEMON_PATH, "--device-id=dev", "--device-key=key",
-                                        "--steward-port=" + std::to_string(port)};
-        result.insert(result.end(), more.begin(), more.end());
-        return result;
+        more.insert(more.begin(), {DAEMON_PATH, "--device-id=dev", "--device-key=key",
+                                   "--steward-port=" + std::to_string(port)});
+        const char* const runner = std::getenv("DAEMON_RUNNER");
+        std::istringstream words{runner != nullptr ? runner : ""};
+        more.insert(more.begin(), std::istream_iterator<std::string>{words}, {});
+        return more;
     }
 
     /// The address sanitizer wants to be loaded first, or to be told that it is not.
