@@ -58,7 +58,7 @@ class SendQueue {
 
   private:
     static std::size_t costOf(const std::string& line) noexcept {
-        return sizeof line + line.size();
+        return sizeof(std::string) + line.size();
     }
 
     void returnMemory() noexcept {
