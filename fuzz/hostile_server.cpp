@@ -108,6 +108,8 @@ class HostileServer {
   private:
     void accept() {
         client_ = listener_.acceptSocket();
+        const linger reset{.l_onoff = 1, .l_linger = 0};  // else all ports would soon be used up
+        ::setsockopt(client_.get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
         const int noDelay = 1;
         ::setsockopt(client_.get(), IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
         sequence_ = 0;
