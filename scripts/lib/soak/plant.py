@@ -84,7 +84,7 @@ class Tag:
 
     id: int
     index: int
-    max_length: int = 0
+    max_length: int = 0  # of a text
     shift: int = 0  # another type than it has elsewhere
 
     @property
@@ -189,12 +189,11 @@ def whole_plant(size: int, pull_delay: int = 0, port: int = 0) -> Description:
 
 
 def some_tags(rng: random.Random, port: int) -> Description:
-    """A few tags with ids and in an order that hardly ever come again."""
+    """A few tags with ids and in an order that hardly ever come again; a clock and a whole text are
+    always among them."""
     clock, text = KINDS.index(CLOCK), KINDS.index(STRING)
     indexes = {clock, text, *rng.sample(range(120), rng.randint(3, 40))}
     order = rng.sample(sorted(indexes), len(indexes))
     ids = rng.sample(range(1, 65536), len(order))
-    is_text = [index % len(KINDS) == text for index in order]
-    lengths = [rng.choice((0, 4)) if index != text else 0 for index in order]
-    tags = [Tag(*tag) for tag in zip(ids, order, (a * b for a, b in zip(is_text, lengths)))]
+    tags = (Tag(id, index, 0 if index == text else rng.choice((0, 4))) for id, index in zip(ids, order))
     return Description(tuple(tags), rng.choice((25, 100, 250, 1000, 2500)), port)
