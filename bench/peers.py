@@ -4,7 +4,6 @@
 from __future__ import annotations
 
 import json
-import os
 import selectors
 import signal
 import socket
@@ -18,8 +17,8 @@ from pathlib import Path
 class Program:
     """A child process; ended with the `with` block."""
 
-    def __init__(self, *command: str, **options) -> None:
-        self._process = subprocess.Popen(command, stdout=subprocess.DEVNULL, **options)
+    def __init__(self, *command: str | Path, **options) -> None:
+        self._process = subprocess.Popen(command, **{"stdout": subprocess.DEVNULL, **options})
         self.pid = self._process.pid
 
     def __enter__(self):
@@ -56,20 +55,11 @@ class Server(Program):
 
     def __init__(self, build: Path, folder: Path, tags: int) -> None:
         description = folder / f"{tags}.json"
-        port_file = folder / f"{tags}.port"
-        port_file.unlink(missing_ok=True)
-        read_end, self._answers = os.pipe()
-        subprocess_options = {"stdin": subprocess.PIPE, "text": True}
-        self._process = subprocess.Popen(
-            [build / "opcua-simulator", f"--tags={tags}", f"--port-file={port_file}",
-             f"--write-description={description}"],
-            stdout=self._answers, **subprocess_options)
-        self.pid = self._process.pid
-        self._output = os.fdopen(read_end)
-        self._output.readline()
-        while not port_file.exists() or not port_file.read_text():
-            time.sleep(0.01)
-        self.port = int(port_file.read_text())
+        super().__init__(build / "opcua-simulator", f"--tags={tags}",
+                         f"--write-description={description}",
+                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        listening = self._process.stdout.readline()  # "listening on ADDRESS:PORT"
+        self.port = int(listening.rsplit(":", 1)[1])
         self._description = json.loads(description.read_text())
 
     def description(self, pull_delay: int) -> bytes:
@@ -78,7 +68,7 @@ class Server(Program):
     def reads(self) -> int:
         self._process.stdin.write("stats\n")
         self._process.stdin.flush()
-        return int(self._output.readline().split()[1].rstrip(","))
+        return int(self._process.stdout.readline().split()[1].rstrip(","))
 
 
 @dataclass
