@@ -74,11 +74,8 @@ void iterateUntil(UA_Client& client, milliseconds limit, Predicate predicate) {
 /// with it. A note that would have to wait is dropped.
 void logUnlessFull(void* context, UA_LogLevel level, UA_LogCategory category, const char* message,
                    va_list arguments) {
-    const auto leastLevel = reinterpret_cast<std::uintptr_t>(context);
-    if (static_cast<std::uintptr_t>(level) < leastLevel) {
-        return;  // before the poll: the stack has a dozen notes on every Read that nobody wants
-    }
     pollfd writable{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    // The level first: the stack has a dozen notes on every Read that nobody wants
     if (level >= UA_LOGLEVEL_INFO && ::poll(&writable, 1, 0) == 1) {
         UA_Log_Stdout->log(context, level, category, message, arguments);
     }

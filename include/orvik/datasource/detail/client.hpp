@@ -313,8 +313,8 @@ class Client {
     std::atomic<bool> stopRequested_ = false;
     std::uint8_t connectRetriesLeft_ = Settings::unlimited;
     std::uint8_t pullsLeft_ = Settings::unlimited;
-    bool discarding_ = false;  // an exception made what is pending void
-    boost::asio::io_context loop_{1};
+    bool discarding_ = false;          // an exception made what is pending void
+    boost::asio::io_context loop_{1};  // run by one thread
     boost::asio::steady_timer timer_{loop_};
 };
 

@@ -473,7 +473,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     std::string deviceId_;
     std::string deviceKey_;
     bool autoReconnect_ = false;
-    boost::asio::io_context loop_{1};
+    boost::asio::io_context loop_{1};  // run by one thread
     boost::asio::strand<boost::asio::io_context::executor_type> strand_{loop_.get_executor()};
     Tcp::resolver resolver_{strand_};
     boost::asio::steady_timer reconnectTimer_{strand_};
