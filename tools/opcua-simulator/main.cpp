@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "common/file.hpp"
 #include "opcua-simulator/command_input.hpp"
 #include "opcua-simulator/description.hpp"
 #include "opcua-simulator/options.hpp"
@@ -6,8 +7,8 @@
 
 #include <csignal>
 #include <exception>
-#include <fstream>
 #include <iostream>
+#include <string>
 
 namespace {
 
@@ -26,8 +27,8 @@ void endOnSignals() {
 
 /// Last of all: who reads this may connect, and read what else was written.
 void announce(const Options& options, std::uint16_t port) {
-    if (!options.portFile.empty() && !(std::ofstream{options.portFile} << port << std::endl)) {
-        throw std::runtime_error{"cannot write " + options.portFile};
+    if (!options.portFile.empty()) {
+        Tools::writeFile(options.portFile, std::to_string(port) + '\n');
     }
     std::cout << "listening on " << options.listen << ':' << port << std::endl;
 }

@@ -1,22 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-simulator/options.hpp"
 
-#include <iostream>
+#include "common/command_line.hpp"
+
 #include <limits>
-#include <stdexcept>
-#include <utility>
 
 #include <boost/asio/ip/address.hpp>
-#include <boost/lexical_cast/try_lexical_convert.hpp>
-#include <boost/program_options/cmdline.hpp>
-#include <boost/program_options/options_description.hpp>
-#include <boost/program_options/parsers.hpp>
-#include <boost/program_options/variables_map.hpp>
 
 namespace OpcUaSimulator {
 namespace {
 
-namespace po = boost::program_options;
+using Tools::UsageError;
 
 constexpr auto introduction = R"(Usage: opcua-simulator --description=FILE|--tags=N [OPTION]...
 
@@ -38,120 +32,75 @@ Exit status:
   2  wrong use, or a file or the port could not be opened
 )";
 
-po::options_description describeOptions() {
-    po::options_description options{introduction};
-    auto add = options.add_options();
-    const auto text = [](const char* name) { return po::value<std::string>()->value_name(name); };
-    add("help", "print this text");
-    add("description", text("FILE"), "serve the tags of this device description (JSON)");
-    add("tags", text("N"), "serve N tags: int, float, double, bool and string in turn");
-    add("write-description", text("FILE"),
-        "write the description that fits this server, with its address, port and log-in");
-    add("device-id", text("ID"),
-        "device id in a written description that has none; default: 0123456789AB");
-    add("pull-delay", text("MS"), "pull delay in the written description");
-    add("listen", text("ADDRESS"), "listen on this address; default: 127.0.0.1");
-    add("port", text("N"), "listen on this port; default: one that the system chooses");
-    add("port-file", text("FILE"), "write the port to this file too");
-    add("user", text("NAME"), "let in this user only; default: everybody, without log-in");
-    add("password", text("TEXT"), "the user's password");
-    add("advertise", text("HOST"),
-        "name this host, no longer than the address, in the endpoints instead of it");
-    add("max-sessions", text("N"), "refuse more sessions; default: 1000");
-    add("session-timeout", text("S"),
-        "let sessions live at most S seconds without a request; default: 3600");
-    add("channel-lifetime", text("S"),
-        "let channels live at most S seconds without renewal; default: 600");
-    add("fault", po::value<std::vector<std::string>>()->value_name("FAULT"),
-        "KIND@NODEID: always; KIND:EVERY:FOR@NODEID: every so many seconds, for so many; may be "
-        "given more than once");
-    add("verbose", "print the notes of the OPC UA stack to the standard error");
-    return options;
-}
-
-template <typename Number>
-void take(const po::variables_map& values, const std::string& name, Number& target) {
-    if (values.count(name) == 0) {
-        return;
-    }
-    const auto& text = values[name].as<std::string>();
-    if (text.starts_with('-') || !boost::conversion::try_lexical_convert(text, target)) {
-        throw std::runtime_error{"--" + name + " takes a number up to " +
-                                 std::to_string(std::numeric_limits<Number>::max()) + ", not '" +
-                                 text + "'"};
-    }
-}
-
-void take(const po::variables_map& values, const std::string& name, std::string& target) {
-    if (values.count(name) != 0) {
-        target = values[name].as<std::string>();
-    }
+Tools::CommandLine describe(Options& options, std::vector<std::string>& faults) {
+    constexpr std::uint16_t most = std::numeric_limits<std::uint16_t>::max();
+    constexpr std::uint16_t none = 0;
+    constexpr std::uint16_t one = 1;
+    Tools::CommandLine line{"opcua-simulator", introduction, explanation};
+    line.text("description", "FILE", options.description,
+              "serve the tags of this device description (JSON)")
+        .number("tags", "N", options.tags, one, most,
+                "serve N tags: int, float, double, bool and string in turn")
+        .text("write-description", "FILE", options.writeDescription,
+              "write the description that fits this server, with its address, port and log-in")
+        .text("device-id", "ID", options.deviceId,
+              "device id in a written description that has none; default: 0123456789AB")
+        .number("pull-delay", "MS", options.pullDelay, none, most,
+                "pull delay in the written description")
+        .text("listen", "ADDRESS", options.listen, "listen on this address; default: 127.0.0.1")
+        .number("port", "N", options.port, none, most,
+                "listen on this port; default: 0, one that the system chooses")
+        .text("port-file", "FILE", options.portFile, "write the port to this file too")
+        .text("user", "NAME", options.user,
+              "let in this user only; default: everybody, without log-in")
+        .text("password", "TEXT", options.password, "the user's password")
+        .text("advertise", "HOST", options.advertise,
+              "name this host, no longer than the address, in the endpoints instead of it")
+        .number("max-sessions", "N", options.maxSessions, one, most,
+                "refuse more sessions; default: 1000")
+        .number("session-timeout", "S", options.sessionTimeout, one, most,
+                "let sessions live at most S seconds without a request; default: 3600")
+        .number("channel-lifetime", "S", options.channelLifetime, one, most,
+                "let channels live at most S seconds without renewal; default: 600")
+        .texts("fault", "FAULT", faults,
+               "KIND@NODEID: always; KIND:EVERY:FOR@NODEID: every so many seconds, for so many; "
+               "may be given more than once")
+        .flag("verbose", options.verbose,
+              "print the notes of the OPC UA stack to the standard error");
+    return line;
 }
 
 void check(const Options& options) {
-    const auto refuse = [](const std::string& what) { throw std::runtime_error{what}; };
     if (options.description.empty() == (options.tags == 0)) {
-        refuse("give either --description or --tags");
+        throw UsageError{"give either --description or --tags"};
     }
     boost::system::error_code error;
     boost::asio::ip::make_address(options.listen, error);
     if (error) {
-        refuse("--listen takes an IP address, not '" + options.listen + "'");
+        throw UsageError{"option '--listen' takes an IP address, not '" + options.listen + "'"};
     }
     if (options.advertise.size() > options.listen.size()) {
-        refuse("--advertise takes a host no longer than the address " + options.listen);
+        throw UsageError{"option '--advertise' takes a host no longer than the address " +
+                         options.listen};
     }
     if (options.user.empty() && !options.password.empty()) {
-        refuse("--password needs --user");
+        throw UsageError{"option '--password' needs '--user'"};
     }
-    if (options.maxSessions == 0 || options.sessionTimeout == 0 || options.channelLifetime == 0) {
-        refuse("--max-sessions, --session-timeout and --channel-lifetime take at least 1");
-    }
-}
-
-Options toOptions(const po::variables_map& values) {
-    Options options;
-    take(values, "listen", options.listen);
-    take(values, "port", options.port);
-    take(values, "port-file", options.portFile);
-    take(values, "description", options.description);
-    take(values, "tags", options.tags);
-    take(values, "write-description", options.writeDescription);
-    take(values, "device-id", options.deviceId);
-    take(values, "user", options.user);
-    take(values, "password", options.password);
-    take(values, "advertise", options.advertise);
-    take(values, "max-sessions", options.maxSessions);
-    take(values, "session-timeout", options.sessionTimeout);
-    take(values, "channel-lifetime", options.channelLifetime);
-    if (values.count("pull-delay") != 0) {
-        take(values, "pull-delay", options.pullDelay.emplace());
-    }
-    if (values.count("fault") != 0) {
-        for (const auto& fault : values["fault"].as<std::vector<std::string>>()) {
-            options.faults.push_back(parseFault(fault));
-        }
-    }
-    options.verbose = values.count("verbose") != 0;
-    check(options);
-    return options;
 }
 
 }  // namespace
 
 std::optional<Options> readOptions(int argc, char** argv) {
-    const auto described = describeOptions();
-    po::variables_map values;
-    const auto style = po::command_line_style::unix_style & ~po::command_line_style::allow_guessing;
-    // A positional argument would otherwise be taken silently
-    po::store(
-        po::command_line_parser{argc, argv}.options(described).positional({}).style(style).run(),
-        values);
-    if (values.count("help") != 0) {
-        std::cout << described << explanation << std::flush;
+    Options options;
+    std::vector<std::string> faults;
+    if (!describe(options, faults).read(argc, argv)) {
         return std::nullopt;
     }
-    return toOptions(values);
+    for (const auto& fault : faults) {
+        options.faults.push_back(parseFault(fault));
+    }
+    check(options);
+    return options;
 }
 
 }  // namespace OpcUaSimulator

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "batch.hpp"
+#include "steward-simulator/batch.hpp"
 
-#include "value_check.hpp"
+#include "steward-simulator/value_check.hpp"
 
 #include <charconv>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "batch_decoder.hpp"
+#include "steward-simulator/batch_decoder.hpp"
 
-#include "value_check.hpp"
+#include "steward-simulator/value_check.hpp"
 
 #include "orvik/pushinterface/protocol.hpp"
 

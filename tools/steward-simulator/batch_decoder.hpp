@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "batch.hpp"
-#include "description.hpp"
-#include "line_splitter.hpp"
+#include "steward-simulator/batch.hpp"
+#include "steward-simulator/description.hpp"
+#include "steward-simulator/line_splitter.hpp"
 
 #include <cstddef>
 #include <deque>

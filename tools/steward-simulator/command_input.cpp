@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "command_input.hpp"
+#include "steward-simulator/command_input.hpp"
 
-#include "descriptor.hpp"
+#include "steward-simulator/descriptor.hpp"
 
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "description.hpp"
+#include "steward-simulator/description.hpp"
 
 #include "orvik/pushinterface/info_parser.hpp"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "description_file.hpp"
+#include "steward-simulator/description_file.hpp"
 
-#include "description.hpp"
+#include "steward-simulator/description.hpp"
 
 #include <sys/stat.h>
 

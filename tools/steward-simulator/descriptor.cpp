@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "descriptor.hpp"
+#include "steward-simulator/descriptor.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "lines_view.hpp"
+#include "steward-simulator/lines_view.hpp"
 
-#include "text.hpp"
+#include "common/text.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -31,7 +31,7 @@ std::string onOneLine(std::string_view lines) {
     for (auto& byte : text) {
         byte = byte == '\n' ? ' ' : byte;
     }
-    return fitted(text, shownBytes) + (lines.size() > shownBytes ? "..." : "");
+    return Tools::fitted(text, shownBytes) + (lines.size() > shownBytes ? "..." : "");
 }
 
 }  // namespace
@@ -49,7 +49,7 @@ void LinesView::onBatch(const Batch& batch, const Statistics& statistics) {
 }
 
 void LinesView::onError(std::string_view text) {
-    onEvent(text.empty() ? "error cleared" : "error: " + escaped(text, shownBytes));
+    onEvent(text.empty() ? "error cleared" : "error: " + Tools::escaped(text, shownBytes));
 }
 
 }  // namespace StewardSimulator

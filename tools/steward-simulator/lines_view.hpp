@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "output.hpp"
-#include "view.hpp"
+#include "steward-simulator/output.hpp"
+#include "steward-simulator/view.hpp"
 
 namespace StewardSimulator {
 

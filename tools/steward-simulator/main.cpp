@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "descriptor.hpp"
-#include "options.hpp"
-#include "steward.hpp"
+#include "steward-simulator/descriptor.hpp"
+#include "steward-simulator/options.hpp"
+#include "steward-simulator/steward.hpp"
 
 #include <csignal>
 #include <exception>

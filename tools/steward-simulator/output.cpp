@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "output.hpp"
+#include "steward-simulator/output.hpp"
 
-#include "descriptor.hpp"
+#include "steward-simulator/descriptor.hpp"
 
 #include <unistd.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "session.hpp"
+#include "steward-simulator/session.hpp"
 
-#include "text.hpp"
+#include "common/text.hpp"
 
 #include <utility>
 
@@ -132,7 +132,7 @@ std::string Session::refusal(std::string_view identity) const {
 void Session::onDevc(std::string_view identity) {
     const auto reason = refusal(identity);
     isLoggedOn_ = reason.empty();
-    tell("log-on of " + escaped(identity.substr(0, identity.find(' ')), shownBytes) +
+    tell("log-on of " + Tools::escaped(identity.substr(0, identity.find(' ')), shownBytes) +
          (isLoggedOn_ ? "" : " refused: " + reason));
     send("DEVC " + (isLoggedOn_ ? "OK" : reason));
     if (isLoggedOn_) {
@@ -158,7 +158,8 @@ void Session::onNamedValue(std::string_view name, std::string_view value) {
         service_.statistics.countError(value);
         service_.view.onError(value);
     } else {
-        tell("named value " + escaped(name, shownBytes) + ": " + escaped(value, shownBytes));
+        tell("named value " + Tools::escaped(name, shownBytes) + ": " +
+             Tools::escaped(value, shownBytes));
     }
 }
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "batch_decoder.hpp"
-#include "options.hpp"
-#include "statistics.hpp"
-#include "view.hpp"
+#include "steward-simulator/batch_decoder.hpp"
+#include "steward-simulator/options.hpp"
+#include "steward-simulator/statistics.hpp"
+#include "steward-simulator/view.hpp"
 
 #include <cstddef>
 #include <deque>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "statistics.hpp"
+#include "steward-simulator/statistics.hpp"
 
-#include "text.hpp"
+#include "common/text.hpp"
 
 #include <algorithm>
 #include <sstream>
@@ -57,7 +57,7 @@ std::string Statistics::summary() const {
     text << "batches " << batches_ << ", values " << values_ << ", errors " << errors_
          << ", malformed " << malformed_ << ", log-ons " << logOns_ << ", bytes " << bytes_ << '\n';
     for (const auto& [error, count] : errorTexts_) {
-        text << "error, " << count << " times: " << escaped(error, shownBytes) << '\n';
+        text << "error, " << count << " times: " << Tools::escaped(error, shownBytes) << '\n';
     }
     for (const auto& fault : firstFaults_) {
         text << fault << '\n';
@@ -85,7 +85,7 @@ std::string describeFault(const Fault& fault) {
     if (fault.line.empty()) {
         return "malformed: " + fault.reason;
     }
-    return "malformed: " + fault.reason + ": " + escaped(fault.line, shownBytes);
+    return "malformed: " + fault.reason + ": " + Tools::escaped(fault.line, shownBytes);
 }
 
 }  // namespace StewardSimulator

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "batch_decoder.hpp"
+#include "steward-simulator/batch_decoder.hpp"
 
 #include <chrono>
 #include <cstdint>

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "steward.hpp"
+#include "steward-simulator/steward.hpp"
 
-#include "lines_view.hpp"
-#include "table_view.hpp"
+#include "common/file.hpp"
+#include "steward-simulator/lines_view.hpp"
+#include "steward-simulator/table_view.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -90,8 +91,8 @@ void Steward::openFiles() {
         report_ = openForWriting(options_.report);
     }
     if (!options_.portFile.empty()) {
-        openForWriting(options_.portFile)
-            << std::to_string(acceptor_.local_endpoint().port()) + "\n";
+        Tools::writeFile(options_.portFile,
+                         std::to_string(acceptor_.local_endpoint().port()) + '\n');
     }
 }
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "command_input.hpp"
-#include "description_file.hpp"
-#include "options.hpp"
-#include "output.hpp"
-#include "session.hpp"
-#include "statistics.hpp"
-#include "view.hpp"
+#include "steward-simulator/command_input.hpp"
+#include "steward-simulator/description_file.hpp"
+#include "steward-simulator/options.hpp"
+#include "steward-simulator/output.hpp"
+#include "steward-simulator/session.hpp"
+#include "steward-simulator/statistics.hpp"
+#include "steward-simulator/view.hpp"
 
 #include <fstream>
 #include <memory>

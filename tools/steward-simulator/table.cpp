@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "table.hpp"
+#include "steward-simulator/table.hpp"
 
-#include "text.hpp"
-#include "value_check.hpp"
+#include "common/text.hpp"
+#include "steward-simulator/value_check.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -27,8 +27,8 @@ std::string rightAligned(std::string_view text, std::size_t width) {
 std::string drawLine(std::string_view id, std::string_view address, std::size_t addressWidth,
                      std::string_view type, std::string_view value, std::size_t valueWidth,
                      std::string_view age, std::string_view updates) {
-    return rightAligned(id, idWidth) + "  " + padded(address, addressWidth) + "  " +
-           padded(type, typeWidth) + "  " + padded(value, valueWidth) + "  " +
+    return rightAligned(id, idWidth) + "  " + Tools::padded(address, addressWidth) + "  " +
+           Tools::padded(type, typeWidth) + "  " + Tools::padded(value, valueWidth) + "  " +
            rightAligned(age, ageWidth) + "  " + rightAligned(updates, updatesWidth);
 }
 
@@ -86,7 +86,7 @@ std::vector<std::string> Table::draw(TerminalSize size, Clock::time_point now) c
                         std::to_string(shown.count) + ", .page for the next");
     }
     for (auto& line : lines) {
-        line = fitted(line, size.columns);
+        line = Tools::fitted(line, size.columns);
     }
     return lines;
 }

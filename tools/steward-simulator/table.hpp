@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "batch_decoder.hpp"
-#include "statistics.hpp"
+#include "steward-simulator/batch_decoder.hpp"
+#include "steward-simulator/statistics.hpp"
 
 #include <cstddef>
 #include <cstdint>

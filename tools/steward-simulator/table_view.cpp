@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "table_view.hpp"
+#include "steward-simulator/table_view.hpp"
 
-#include "text.hpp"
+#include "common/text.hpp"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -111,11 +111,11 @@ std::vector<std::string> TableView::drawLines(TerminalSize size) const {
     const auto height = size.rows - 1;
     auto lines = table_.draw(
         {.rows = height - std::min(height, linesAround), .columns = size.columns}, Clock::now());
-    lines.insert(lines.begin(), fitted(title_, size.columns));
+    lines.insert(lines.begin(), Tools::fitted(title_, size.columns));
     lines.resize(height - std::min<std::size_t>(height, 3));
-    lines.push_back(fitted(error_.empty() ? "no error" : "ERROR: " + error_, size.columns));
-    lines.push_back(fitted(drawStatus(), size.columns));
-    lines.push_back(fitted(event_, size.columns));
+    lines.push_back(Tools::fitted(error_.empty() ? "no error" : "ERROR: " + error_, size.columns));
+    lines.push_back(Tools::fitted(drawStatus(), size.columns));
+    lines.push_back(Tools::fitted(event_, size.columns));
     lines.resize(height);
     return lines;
 }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "output.hpp"
-#include "table.hpp"
-#include "view.hpp"
+#include "steward-simulator/output.hpp"
+#include "steward-simulator/table.hpp"
+#include "steward-simulator/view.hpp"
 
 #include <cstdint>
 #include <string>

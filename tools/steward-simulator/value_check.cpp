@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "value_check.hpp"
+#include "steward-simulator/value_check.hpp"
 
 #include <charconv>
 #include <cstddef>

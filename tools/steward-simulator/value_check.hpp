@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "description.hpp"
+#include "steward-simulator/description.hpp"
 
 #include <optional>
 #include <string>
