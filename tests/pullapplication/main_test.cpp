@@ -3,11 +3,14 @@
 
 #include "support/scripted_handler.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,10 +24,19 @@ using testing::ElementsAre;
 /// What every handler of the application reports to, since the application makes them itself.
 std::shared_ptr<Calls> calls;
 
+/// So many handlers cannot be made.
+std::atomic<int> failures = 0;
+
 struct Handler final : DataSource::ProtocolHandler<FakeDevice, FakeTag> {
+    Handler() {
+        if (failures > 0) {
+            --failures;
+            throw std::runtime_error{"none"};
+        }
+    }
     void init() override { calls->add("init"); }
     void deinit() override { calls->add("deinit"); }
-    std::string connect(FakeDevice& /*device*/) override { return "no"; }
+    std::string connect(FakeDevice& /*device*/) override { return {}; }
     void disconnect(FakeDevice& /*device*/) override {}
     std::string verifyTags(FakeDevice& /*device*/) override { return {}; }
     std::string pullData(FakeDevice& /*device*/, PushInterface::Client& /*client*/) override {
@@ -43,7 +55,11 @@ struct Parser {
 struct Client final : PushInterface::Client {
     explicit Client(PushInterface::ClientHandler* aHandler)
         : PushInterface::Client{nullptr}, handler{aHandler} {}
-    void write(std::string /*message*/) override {}
+    void write(std::string message) override {
+        if (!message.ends_with("=0,")) {
+            calls->add(message);
+        }
+    }
     void setDevice(const std::string& id, const std::string& key) const {
         calls->add("setDevice " + id + " " + key);
     }
@@ -67,10 +83,11 @@ class MainTest : public testing::Test {
         calls = std::make_shared<Calls>();
         Client::onRun = Client::onDisconnect = [](auto&) {};
     }
-    int run() {
+    int run(std::chrono::nanoseconds startRetryDelay = std::chrono::hours{1}) {
         std::string arguments[] = {"program", "--device-id=id", "--device-key=key"};
         char* argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data()};
-        return PullApplication::Main<Handler, Parser, Client>{}.run(3, argv, "p", "v", "n");
+        PullApplication::Main<Handler, Parser, Client> application{startRetryDelay};
+        return application.run(3, argv, "p", "v", "n");
     }
 };
 
@@ -102,6 +119,37 @@ TEST_F(MainTest, ADescriptionThatComesDuringTheShutdownStartsNothing) {
     EXPECT_EQ(0, run());
     EXPECT_THAT(calls->all(), ElementsAre("setDevice id key", "connect 127.0.0.1 9230 10", "init",
                                           "deinit", "disconnect"));
+}
+
+TEST_F(MainTest, TriesAgainToStartWhileTheDescriptionIsTheCurrentOne) {
+    constexpr std::chrono::milliseconds delay{30};
+    std::chrono::nanoseconds waited{};
+    Client::onRun = [&waited](auto& handler) {
+        const auto fail = [&handler](int times) {
+            failures = times;
+            handler.onInfo("good");
+        };
+        // Waits end in the order of their begin: one that is void has ended when a later one has
+        fail(1);
+        handler.onDisconnected();
+        const auto begin = std::chrono::steady_clock::now();
+        fail(2);
+        EXPECT_TRUE(calls->await("init"));
+        waited = std::chrono::steady_clock::now() - begin;
+        handler.onDisconnected();
+        fail(1);
+        handler.onInfo("good");
+        fail(1);
+        EXPECT_TRUE(calls->await("init", 3));
+        fail(1);  // and the shutdown comes first
+        ::raise(SIGTERM);
+    };
+    EXPECT_EQ(0, run(delay));
+    EXPECT_GE(waited, 2 * delay);
+    const std::string error = "@__nimbara_error_msg__=4,none";
+    EXPECT_THAT(calls->all(), ElementsAre("setDevice id key", "connect 127.0.0.1 9230 10", error,
+                                          error, error, "init", "deinit", error, "init", "deinit",
+                                          error, "init", "deinit", error, "disconnect"));
 }
 
 }  // namespace

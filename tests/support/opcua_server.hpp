@@ -41,7 +41,7 @@ class OpcUaServer {
 
     void kill() {
         process_.signal(SIGKILL);
-        EXPECT_EQ(128 + SIGKILL, process_.wait());
+        EXPECT_EQ(Process::killedBy(SIGKILL), process_.wait());
     }
 
   private:

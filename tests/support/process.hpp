@@ -125,7 +125,9 @@ class Process {
         }
     }
 
-    /// @return exit status, 128 + signal when killed by one, or -1 when it still runs at the limit
+    [[nodiscard]] static constexpr int killedBy(int signal) { return 256 + signal; }
+
+    /// @return exit status, or `killedBy` a signal, or -1 when it still runs at the limit
     [[nodiscard]] int wait(std::chrono::milliseconds limit = 20s) {
         pollfd ended{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
         int status = 0;
@@ -134,7 +136,7 @@ class Process {
             return -1;
         }
         pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : killedBy(WTERMSIG(status));
     }
 
     /// Writes one line to the standard input.

@@ -41,6 +41,8 @@ class Client {
 
     /// Replaces the running worker, which has ended when the new one starts.
     /// @throws std::domain_error if a pointer is null; nothing has been done then
+    /// @throws boost::system::system_error, std::bad_alloc if the system lacks what a worker needs;
+    /// none is running then
     void start(const std::shared_ptr<Handler>& handler, const std::shared_ptr<Device>& device,
                const std::shared_ptr<PushInterfaceClient>& client) {
         requirePointer(handler, "handler");
@@ -49,10 +51,10 @@ class Client {
         const boost::lock_guard<boost::recursive_mutex> lock{mutex_};
         stop();
         const auto run = std::make_shared<Run>(settings_, handler, device, client);
-        // Set before the worker exists, so that no stop can miss it. The run lives on with it:
-        // stopping one that has ended by itself is harmless.
-        stopRun_ = [run] { run->stop(); };
+        // The run lives on with it: stopping a run that has ended by itself is harmless
+        std::function<void()> stopRun = [run] { run->stop(); };
         worker_ = std::make_shared<boost::thread>([run] { run->work(); });
+        stopRun_ = std::move(stopRun);
     }
 
     /// Returns when the worker has ended; does nothing when there is none.

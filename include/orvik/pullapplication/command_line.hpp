@@ -119,30 +119,24 @@ struct Identity {
     const std::string& notice;
 };
 
-/**
- * Prints the version or the usage text where the settings ask for it or lack something.
- *
- * @return true if the settings are complete and the service is to start
- */
-[[nodiscard]] inline bool acceptSettings(const Settings& settings, const std::string& program,
-                                         const Identity& identity, std::ostream& output,
-                                         std::ostream& errors) {
-    if (settings.showVersion) {
-        output << "pullapp-" << identity.protocolName << '/' << identity.version
-               << " (orvik-cpp.pullapplication/dev)" << std::endl
-               << identity.notice << std::endl;
-        return false;
-    }
-    const auto missing = Detail::missingArgument(settings);
-    if (!missing.empty()) {
+inline void printVersion(const Identity& identity, std::ostream& output) {
+    output << "pullapp-" << identity.protocolName << '/' << identity.version
+           << " (orvik-cpp.pullapplication/dev)" << std::endl
+           << identity.notice << std::endl;
+}
+
+inline void printUsage(std::string_view program, std::ostream& output) {
+    output << "Usage example: " << program << " --device-id=0123456789AB --device-key=1234"
+           << " [--steward-host=127.0.0.1] [--steward-port=9230] [--log-level=6]" << std::endl;
+}
+
+/// Reports the first required argument that is not there, which leads to the usage text.
+inline void reportMissingArgument(Settings& settings, std::string_view program,
+                                  std::ostream& errors) {
+    if (const auto missing = Detail::missingArgument(settings); !missing.empty()) {
         errors << program << ": Missing argument " << missing << std::endl;
+        settings.showUsage = true;
     }
-    if (!missing.empty() || settings.showUsage) {
-        output << "Usage example: " << program << " --device-id=0123456789AB --device-key=1234"
-               << " [--steward-host=127.0.0.1] [--steward-port=9230] [--log-level=6]" << std::endl;
-        return false;
-    }
-    return true;
 }
 
 }  // namespace Orvik::PullApplication

@@ -6,17 +6,24 @@
 #include "orvik/log/sink_syslog.hpp"
 #include "orvik/pullapplication/command_line.hpp"
 #include "orvik/pullapplication/detail/log_locations.hpp"
+#include "orvik/pushinterface/client.hpp"
 #include "orvik/pushinterface/client_handler.hpp"
 
+#include <chrono>
 #include <concepts>
 #include <csignal>
 #include <cstdint>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
 
+#include <unistd.h>
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/system/error_code.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
@@ -51,14 +58,23 @@ requires DescriptionParser<InfoParser, typename ProtocolHandler::DeviceType> &&
     PushClient<PushInterfaceClient>
 class Main final : public PushInterface::ClientHandler {
   public:
-    Main() : client_{std::make_shared<PushInterfaceClient>(this)} {}
+    using Device = typename ProtocolHandler::DeviceType;
+
+    /// @param startRetryDelay wait after a data source could not be started
+    explicit Main(std::chrono::nanoseconds startRetryDelay = std::chrono::seconds{10})
+        : client_{std::make_shared<PushInterfaceClient>(this)}, startRetryDelay_{startRetryDelay} {}
 
     /// The whole life of the daemon. @return the exit status
     int run(int argc, char** argv, const std::string& protocolName, const std::string& version,
             const std::string& notice) {
-        const auto settings = parseCommandLine(argc, argv, std::cerr);
-        if (!acceptSettings(settings, argv[0], {protocolName, version, notice}, std::cout,
-                            std::cerr)) {
+        auto settings = parseCommandLine(argc, argv, std::cerr);
+        if (settings.showVersion) {
+            printVersion({protocolName, version, notice}, std::cout);
+            return 1;
+        }
+        reportMissingArgument(settings, argv[0], std::cerr);
+        if (settings.showUsage) {
+            printUsage(argv[0], std::cout);
             return 1;
         }
         serve(settings);
@@ -73,6 +89,7 @@ class Main final : public PushInterface::ClientHandler {
 
     void onDisconnected() override {
         Log::Record{Log::notice} << "Disconnected from push interface";
+        setWaiting(nullptr);
         source_.stop();
     }
 
@@ -96,15 +113,14 @@ class Main final : public PushInterface::ClientHandler {
 
     /// Replaces the running data source. A refused description ends the process, in order.
     void onInfo(const std::string& info) override {
-        const auto device = std::make_shared<typename ProtocolHandler::DeviceType>();
+        const auto device = std::make_shared<Device>();
         if (const auto error = InfoParser::parse(info, device); !error.empty()) {
             refuse(info, error);
             return;
         }
-        const boost::lock_guard<boost::mutex> lock{signalsMutex_};
-        if (signals_) {  // else the shutdown has begun, and nobody would stop the new source
-            source_.start(std::make_shared<ProtocolHandler>(), device, client_);
-        }
+        setWaiting(device);
+        source_.stop();  // not under the lock, which the shutdown needs: this may take seconds
+        start(device);
     }
 
     void onIfch(bool& /*requestInfo*/) override {}
@@ -133,7 +149,7 @@ class Main final : public PushInterface::ClientHandler {
         moveLogToSyslog(settings.deviceId);
         // A reader of the standard output that goes away must not end the process
         std::signal(SIGPIPE, SIG_IGN);
-        boost::thread clientThread;
+        boost::thread clientThread;  // declared first, so that it is destroyed after the loop
         boost::asio::io_context loop;
         // Before the client thread exists: a description refused at once must find the wait
         awaitSignal(loop);
@@ -156,31 +172,80 @@ class Main final : public PushInterface::ClientHandler {
         sink = std::make_unique<Log::SinkSyslog>(sink->level(), "pullapp[" + deviceId + "]");
     }
 
+    // Signals
+
     void awaitSignal(boost::asio::io_context& loop) {
-        const boost::lock_guard<boost::mutex> lock{signalsMutex_};
+        const boost::lock_guard<boost::mutex> lock{mutex_};
         signals_ = std::make_shared<boost::asio::signal_set>(loop, SIGINT, SIGTERM);
         signals_->async_wait([&loop](const boost::system::error_code&, int) { loop.stop(); });
+        sigset_t both;
+        sigemptyset(&both);
+        sigaddset(&both, SIGINT);
+        sigaddset(&both, SIGTERM);
+        pthread_sigmask(SIG_UNBLOCK, &both, nullptr);  // the parent may have blocked them
     }
 
-    /// From here on a second signal ends the process at once, in whatever the shutdown waits for.
+    /// From here on a second signal ends the process at once, whatever the shutdown waits for.
     void releaseSignals() {
-        const boost::lock_guard<boost::mutex> lock{signalsMutex_};
+        const boost::lock_guard<boost::mutex> lock{mutex_};
         signals_.reset();
+        // Not left to the default action: process 1 of a container has none
+        for (const int signal : {SIGINT, SIGTERM}) {
+            std::signal(signal, [](int number) { ::_exit(128 + number); });
+        }
     }
+
+    /// @return false from the begin of the shutdown on; ask under the lock
+    [[nodiscard]] bool isServing() const noexcept { return signals_ != nullptr; }
+
+    // Descriptions
 
     void refuse(const std::string& info, const std::string& error) {
         Log::Record{Log::err} << "Received invalid info: " << error;
         Log::Record{Log::info} << "Info was: " << info;
         client_->disconnect();
-        const boost::lock_guard<boost::mutex> lock{signalsMutex_};
-        if (signals_) {
+        const boost::lock_guard<boost::mutex> lock{mutex_};
+        if (isServing()) {
             signals_->cancel();
         }
     }
 
+    void setWaiting(const std::shared_ptr<Device>& device) {
+        const boost::lock_guard<boost::mutex> lock{mutex_};
+        waiting_ = device;
+    }
+
+    /// Starts the data source, unless the device is no longer the one to start. None is running.
+    void start(const std::shared_ptr<Device>& device) {
+        const boost::lock_guard<boost::mutex> lock{mutex_};
+        if (!isServing() || device != waiting_) {
+            return;
+        }
+        try {
+            source_.start(std::make_shared<ProtocolHandler>(), device, client_);
+            waiting_.reset();
+        } catch (const std::exception& exception) {
+            startLater(device, exception.what());
+        }
+    }
+
+    /// There was no thread or no descriptor for the worker. If there is not even the memory to try
+    /// again, the process ends, and its service manager restarts it: hence noexcept.
+    void startLater(const std::shared_ptr<Device>& device, const char* error) noexcept {
+        onClientError(std::string{"Exception during ClientHandler::onInfo: "} + error);
+        PushInterface::pushErrorMessage(*client_, error);
+        // On the main thread, which has nothing else to do and ends before its data source
+        const auto timer = std::make_shared<boost::asio::steady_timer>(signals_->get_executor());
+        timer->expires_after(startRetryDelay_);
+        timer->async_wait(
+            [this, timer, device](const boost::system::error_code& /*none*/) { start(device); });
+    }
+
     std::shared_ptr<PushInterfaceClient> client_;
-    boost::mutex signalsMutex_;  // the client thread cancels what the main thread waits for
+    boost::mutex mutex_;  // the main and the client thread share the next two
     std::shared_ptr<boost::asio::signal_set> signals_;
+    std::shared_ptr<Device> waiting_;  // accepted, but its data source has not started yet
+    const std::chrono::nanoseconds startRetryDelay_;
     DataSource::Client<ProtocolHandler, PushInterfaceClient> source_;
 };
 
