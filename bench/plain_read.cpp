@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// What an engineer would write in an afternoon in place of the daemon: one thread that reads all
+// tags, prints them into a buffer and sends that in one call. It checks no type, survives no fault
+// and logs nothing.
+#include "read_loop.hpp"
+
+#include <array>
+#include <charconv>
+#include <cinttypes>
+#include <cstdlib>
+#include <string_view>
+
+#include <arpa/inet.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace {
+
+int connectTo(const char* port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(port)));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int steward = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int on = 1;
+    ::setsockopt(steward, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (::connect(steward, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        std::perror("connect");
+        std::exit(1);
+    }
+    return steward;
+}
+
+void sendAll(int steward, std::string_view text) {
+    while (!text.empty()) {
+        const auto sent = ::send(steward, text.data(), text.size(), MSG_NOSIGNAL);
+        if (sent < 0) {
+            std::perror("send");
+            std::exit(1);
+        }
+        text.remove_prefix(static_cast<std::size_t>(sent));
+    }
+}
+
+template <typename Number, typename... Format>
+void append(std::string& batch, Number value, Format... format) {
+    std::array<char, 64> text;
+    const auto* end = std::to_chars(text.data(), text.data() + text.size(), value, format...).ptr;
+    batch.append(text.data(), static_cast<std::size_t>(end - text.data()));
+}
+
+void append(std::string& batch, const UA_Variant& value) {
+    constexpr auto general = std::chars_format::general;
+    if (value.type == &UA_TYPES[UA_TYPES_INT32]) {
+        append(batch, *static_cast<UA_Int32*>(value.data));
+    } else if (value.type == &UA_TYPES[UA_TYPES_FLOAT]) {
+        append(batch, *static_cast<UA_Float*>(value.data), general, 10);
+    } else if (value.type == &UA_TYPES[UA_TYPES_DOUBLE]) {
+        append(batch, *static_cast<UA_Double*>(value.data), general, 18);
+    } else if (value.type == &UA_TYPES[UA_TYPES_BOOLEAN]) {
+        batch += *static_cast<UA_Boolean*>(value.data) ? 't' : 'f';
+    } else if (value.type == &UA_TYPES[UA_TYPES_STRING]) {
+        const auto& text = *static_cast<UA_String*>(value.data);
+        append(batch, text.length);
+        batch += ',';
+        batch.append(reinterpret_cast<const char*>(text.data), text.length);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 5) {
+        std::fprintf(stderr,
+                     "Usage: plain-read PORT TAGS PULL-DELAY STEWARD-PORT\n"
+                     "Reads ns=1;i=1 to ns=1;i=TAGS of a server on this machine until SIGTERM, and "
+                     "sends the values to a steward.\n");
+        return 2;
+    }
+    const int steward = connectTo(argv[4]);
+    sendAll(steward, "DEVC plain key\n");
+    std::string batch;
+    return Bench::readUntilEnded(argv[1], std::strtoul(argv[2], nullptr, 10), std::atol(argv[3]),
+                                 [&](const UA_ReadResponse& response) {
+                                     batch.clear();
+                                     for (std::size_t i = 0; i < response.resultsSize; ++i) {
+                                         append(batch, i + 1);
+                                         batch += '=';
+                                         append(batch, response.results[i].value);
+                                         batch += '\n';
+                                     }
+                                     batch += '\n';
+                                     sendAll(steward, batch);
+                                 });
+}
