@@ -13,11 +13,11 @@
 namespace PullappOpcUa {
 namespace {
 
-/// Outlives every pause between two pulls, but not by much: servers allow few sessions, and one
-/// that cannot be closed counts until its time is over.
+/// Outlives every pause between two pulls, but not by much: a session that nobody closes counts on
+/// the server until its time is over.
 std::chrono::milliseconds sessionTimeout(const Device& device) {
     constexpr std::chrono::seconds margin{15};
-    return margin + 2 * std::chrono::milliseconds{device.pullDelay};
+    return margin + std::chrono::milliseconds{device.pullDelay};
 }
 
 }  // namespace

@@ -2,9 +2,10 @@
 #pragma once
 
 #include "opcua/stack.hpp"
+#include "opcua/stack_hooks.hpp"
 
 #include <chrono>
-#include <optional>
+#include <memory>
 #include <string>
 
 namespace PullappOpcUa {
@@ -16,23 +17,12 @@ inline constexpr std::chrono::milliseconds requestTimeout{5000};
 struct SessionSettings {
     const char* username = nullptr;  ///< null logs in anonymously
     const char* password = nullptr;
-    /// How long the server may keep a session that is not used, as after a cut cable.
+    /// How long the server keeps a session that is not used. It must outlive every pause, and it
+    /// ends what a broken connection or a refused log-in leaves on the server.
     std::chrono::milliseconds timeout{60000};
 };
 
-/// What makes a session ours, on whichever channel.
-struct SessionToken {
-    Owned<UA_NodeId, UA_TYPES_NODEID> id;
-    Owned<UA_ByteString, UA_TYPES_BYTESTRING> nonce;
-};
-
-/**
- * A session with one server, of which the server never has to count more than one.
- *
- * What cannot be closed there, for example because the cable is cut, is taken up again by the next
- * `open`. What can neither be closed nor taken up, since the connection broke while the session
- * was being made, is waited for: the server ends it after the time-out that it was asked for.
- */
+/// A session with one server, over a connection of its own. Used by one thread.
 class Session {
   public:
     Session() = default;
@@ -41,30 +31,37 @@ class Session {
     Session& operator=(const Session&) = delete;
 
     /**
-     * Opens the session in at most the request time-out, whatever the peer sends or does not send.
+     * Connects and opens the session in at most the request time-out, whatever the peer sends or
+     * does not send. Closes the one before.
      *
      * @param endpointUrl is connected to as it is, also where the server advertises other names
-     * @return Good, or why no session could be opened; the last reason, at once and without a
-     * connection, while a broken attempt may still count on the server
+     * @return Good, or why no session could be opened
      */
     [[nodiscard]] UA_StatusCode open(const std::string& endpointUrl,
                                      const SessionSettings& settings);
 
-    /// Reads in at most the request time-out. A lost connection, which is not made anew, is a bad
-    /// status of the whole. The request is a copy whose header the stack fills in; its entries are
-    /// the caller's.
+    // Each service ends within the request time-out. A lost connection, which is not made anew, is
+    // a bad result of the whole, and so is a session that is not open: BadNotConnected. The request
+    // is a shallow copy whose header the stack fills in; what it refers to is the caller's.
+
     [[nodiscard]] ReadResponse read(UA_ReadRequest request);
+    [[nodiscard]] BrowseResponse browse(UA_BrowseRequest request);
+    [[nodiscard]] BrowseNextResponse browseNext(UA_BrowseNextRequest request);
 
     /// Closes the session and its connection in at most a second. May be called at any time.
     void close() noexcept;
 
   private:
+    [[nodiscard]] UA_StatusCode connect(const std::string& endpointUrl);
     [[nodiscard]] bool isOpen() const noexcept;
+    void closeOnServer() noexcept;
+    void deleteClient() noexcept;
 
+    template <typename Response, typename Request>
+    [[nodiscard]] Response call(Request& request, const UA_DataType& requestType);
+
+    std::unique_ptr<StackHooks> hooks_;  // of the client, which needs them to its end
     ClientPtr client_;
-    std::optional<SessionToken> resumable_;  // activated, and perhaps still alive on the server
-    std::chrono::steady_clock::time_point waitUntil_;
-    UA_StatusCode lastFailure_ = UA_STATUSCODE_GOOD;
 };
 
 }  // namespace PullappOpcUa

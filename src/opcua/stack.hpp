@@ -14,7 +14,8 @@
 /// Owners for the handles of the OPC UA stack; nothing else releases what the stack allocates.
 namespace PullappOpcUa {
 
-/// Closes the connection and deletes the client, whatever the server does. Closes no session.
+/// Closes the connection and deletes the client, without a wait, whatever the server does. Closes
+/// no session.
 struct ClientDeleter {
     void operator()(UA_Client* client) const noexcept;
 };
@@ -44,6 +45,8 @@ class Owned {
 };
 
 using ReadResponse = Owned<UA_ReadResponse, UA_TYPES_READRESPONSE>;
+using BrowseResponse = Owned<UA_BrowseResponse, UA_TYPES_BROWSERESPONSE>;
+using BrowseNextResponse = Owned<UA_BrowseNextResponse, UA_TYPES_BROWSENEXTRESPONSE>;
 
 /// The bytes of a string of the stack, which need not end in a zero byte.
 [[nodiscard]] inline std::string_view bytesOf(const UA_String& text) noexcept {
