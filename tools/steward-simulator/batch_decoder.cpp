@@ -40,6 +40,9 @@ void BatchDecoder::feed(std::string_view chunk) {
 }
 
 void BatchDecoder::takeLine(std::string_view line) {
+    if (handler_.isDone()) {
+        return;
+    }
     if (line.empty()) {
         endBatch();
     } else if (beginsWithDigit(line) || (isWithinBatch() && !isMessage(line))) {

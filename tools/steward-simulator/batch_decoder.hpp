@@ -39,6 +39,8 @@ class DeviceHandler {
     virtual void onNamedValue(std::string_view name, std::string_view value) = 0;
     virtual void onBatch(const Batch& batch) = 0;
     virtual void onFault(const Fault& fault) = 0;
+    /// True if what else has arrived is to be left alone.
+    [[nodiscard]] virtual bool isDone() const { return false; }
 };
 
 /// Interprets the bytes of one connection from a device; does no input or output of its own.

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/description_file.hpp"
 
+#include "common/file.hpp"
 #include "steward-simulator/description.hpp"
 
 #include <sys/stat.h>
 
 #include <chrono>
-#include <fstream>
-#include <iterator>
+#include <exception>
 #include <utility>
 
 namespace StewardSimulator {
@@ -23,11 +23,11 @@ DescriptionFile::DescriptionFile(boost::asio::io_context& context, std::string p
 
 std::string DescriptionFile::load() {
     loaded_ = stamp();
-    std::ifstream file{path_, std::ios::binary};
-    if (!loaded_ || !file) {
-        return "cannot read " + path_;
+    try {
+        text_ = joinLines(Tools::readFile(path_));
+    } catch (const std::exception& error) {
+        return error.what();
     }
-    text_ = joinLines(std::string{std::istreambuf_iterator<char>{file}, {}});
     return {};
 }
 

@@ -17,19 +17,21 @@ class LineSplitter {
                 onLine(chunk.substr(0, end));
             } else {
                 rest_.append(chunk, 0, end);
-                onLine(std::string_view{rest_});
+                line_.swap(rest_);
                 rest_.clear();
+                onLine(std::string_view{line_});
             }
             chunk.remove_prefix(end + 1);
         }
         rest_ += chunk;
     }
 
-    /// What came behind the last line feed.
+    /// What came after the last line feed.
     [[nodiscard]] std::string_view rest() const noexcept { return rest_; }
 
   private:
     std::string rest_;
+    std::string line_;  ///< that came in pieces, while it is handed over
 };
 
 }  // namespace StewardSimulator

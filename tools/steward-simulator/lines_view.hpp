@@ -17,6 +17,7 @@ class LinesView final : public View {
 
   private:
     Output& output_;
+    bool hasError_ = false;  ///< the device told one that is not cleared
 };
 
 }  // namespace StewardSimulator

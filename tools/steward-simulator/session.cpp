@@ -95,6 +95,7 @@ void Session::sendDescription() {
 void Session::adoptDescription(std::string_view json) {
     const auto description = std::make_shared<Description>();
     const auto error = parseDescription(std::string{json}, description);
+    service_.view.onRefusal(Refusal::Description, error);
     if (!error.empty()) {
         return tell("sending a faulty description: " + error);
     }
@@ -134,6 +135,7 @@ void Session::onDevc(std::string_view identity) {
     isLoggedOn_ = reason.empty();
     tell("log-on of " + Tools::escaped(identity.substr(0, identity.find(' ')), shownBytes) +
          (isLoggedOn_ ? "" : " refused: " + reason));
+    service_.view.onRefusal(Refusal::LogOn, reason);
     send("DEVC " + (isLoggedOn_ ? "OK" : reason));
     if (isLoggedOn_) {
         service_.statistics.countLogOn(Clock::now());
@@ -164,11 +166,9 @@ void Session::onNamedValue(std::string_view name, std::string_view value) {
 }
 
 void Session::onBatch(const Batch& batch) {
-    if (isOpen()) {  // else more came behind the line or batch that ended it
-        service_.statistics.countBatch(batch, Clock::now());
-        service_.view.onBatch(batch, service_.statistics);
-        service_.onBatchCounted();
-    }
+    service_.statistics.countBatch(batch, Clock::now());
+    service_.view.onBatch(batch, service_.statistics);
+    service_.onBatchCounted();
 }
 
 void Session::onFault(const Fault& fault) {

@@ -61,6 +61,7 @@ class Session final : public std::enable_shared_from_this<Session>, private Devi
     void onNamedValue(std::string_view name, std::string_view value) override;
     void onBatch(const Batch& batch) override;
     void onFault(const Fault& fault) override;
+    [[nodiscard]] bool isDone() const override { return !isOpen(); }
 
     boost::asio::ip::tcp::socket socket_;
     const Service& service_;

@@ -4,7 +4,9 @@
 #include "common/text.hpp"
 
 #include <algorithm>
-#include <sstream>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace StewardSimulator {
 namespace {
@@ -53,32 +55,33 @@ void Statistics::countFault(const Fault& fault) {
 }
 
 std::string Statistics::summary() const {
-    std::ostringstream text;
-    text << "batches " << batches_ << ", values " << values_ << ", errors " << errors_
-         << ", malformed " << malformed_ << ", log-ons " << logOns_ << ", bytes " << bytes_ << '\n';
+    auto text =
+        fmt::format("batches {}, values {}, errors {}, malformed {}, log-ons {}, bytes {}\n",
+                    batches_, values_, errors_, malformed_, logOns_, bytes_);
     for (const auto& [error, count] : errorTexts_) {
-        text << "error, " << count << " times: " << Tools::escaped(error, shownBytes) << '\n';
+        text += fmt::format("error, {} times: {}\n", count, Tools::escaped(error, shownBytes));
     }
     for (const auto& fault : firstFaults_) {
-        text << fault << '\n';
+        text += fault + '\n';
     }
     if (malformed_ > firstFaults_.size()) {
-        text << "malformed: " << malformed_ - firstFaults_.size() << " more\n";
+        text += fmt::format("malformed: {} more\n", malformed_ - firstFaults_.size());
     }
-    return std::move(text).str();
+    return text;
 }
 
 std::string Statistics::report(Clock::time_point now) const {
     const auto age = lastBatch_ ? Milliseconds{now - *lastBatch_} : Milliseconds{-1};
-    std::ostringstream json;
-    json.precision(12);
-    json << "{\"batches\": " << batches_ << ", \"values\": " << values_ << ", \"bytes\": " << bytes_
-         << ", \"errors\": " << errors_ << ", \"malformed\": " << malformed_
-         << ", \"logOns\": " << logOns_
-         << ", \"firstBatchAfterLogOnMs\": " << firstBatchDelay_.count()
-         << ", \"worstGapMs\": " << worstGap_.count() << ", \"lastBatchAgeMs\": " << age.count()
-         << "}\n";
-    return std::move(json).str();
+    const nlohmann::ordered_json json{{"batches", batches_},
+                                      {"values", values_},
+                                      {"bytes", bytes_},
+                                      {"errors", errors_},
+                                      {"malformed", malformed_},
+                                      {"logOns", logOns_},
+                                      {"firstBatchAfterLogOnMs", firstBatchDelay_.count()},
+                                      {"worstGapMs", worstGap_.count()},
+                                      {"lastBatchAgeMs", age.count()}};
+    return json.dump() + '\n';
 }
 
 std::string describeFault(const Fault& fault) {

@@ -2,39 +2,21 @@
 #include "steward-simulator/table_view.hpp"
 
 #include "common/text.hpp"
-
-#include <sys/ioctl.h>
-#include <unistd.h>
+#include "steward-simulator/time_of_day.hpp"
 
 #include <algorithm>
-#include <iomanip>
-#include <sstream>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace StewardSimulator {
 namespace {
 
 constexpr std::chrono::milliseconds redrawInterval{200};
 constexpr std::chrono::seconds rateInterval{1};
-constexpr std::size_t linesAround = 4;  // title above; error, status and event below
-
-constexpr std::string_view enterScreen = "\x1b[?1049h\x1b[2J";
-constexpr std::string_view leaveScreen = "\x1b[?1049l";
-constexpr std::string_view saveCursorAndGoHome =
-    "\x1b"
-    "7\x1b[H";
-constexpr std::string_view restoreCursor =
-    "\x1b"
-    "8";
-constexpr std::string_view endLine = "\x1b[K\r\n";
-
-TerminalSize terminalSize() {
-    winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
-        return {};
-    }
-    return {.rows = size.ws_row, .columns = size.ws_col};
-}
+constexpr std::size_t shownEvents = 3;
+constexpr std::size_t linesBelow = 2 + shownEvents;  // what is wrong, and the counts
+constexpr std::size_t linesAround = 1 + linesBelow;  // and the title
 
 }  // namespace
 
@@ -44,15 +26,17 @@ TableView::TableView(boost::asio::io_context& context, Output& output, std::stri
       output_{output},
       title_{std::move(title)},
       statistics_{statistics},
+      events_(shownEvents),
       rateStart_{Clock::now()} {}
 
 void TableView::start() {
-    output_.write(enterScreen);
+    output_.write(Tools::Screen::enter);
     tick();
 }
 
 void TableView::onEvent(std::string_view text) {
-    event_ = text;
+    events_.push_back(timeOfDay() + std::string{text});
+    events_.pop_front();
 }
 
 void TableView::onDescription(const DescriptionPtr& description) {
@@ -63,9 +47,13 @@ void TableView::onBatch(const Batch& batch, const Statistics& /*statistics*/) {
     table_.update(batch, Clock::now());
 }
 
+void TableView::onRefusal(Refusal what, std::string_view reason) {
+    (what == Refusal::LogOn ? refusedLogOn_ : refusedDescription_) = reason;
+}
+
 std::string TableView::finish() {
     isFinished_ = true;
-    return std::string{leaveScreen};
+    return std::string{Tools::Screen::leave};
 }
 
 void TableView::tick() {
@@ -92,40 +80,40 @@ void TableView::measureRate(Clock::time_point now) {
 }
 
 void TableView::draw() {
-    const auto size = terminalSize();
-    std::string screen;
-    if (size != size_) {  // the cursor belongs into the last line, where commands are typed
-        screen += "\x1b[2J\x1b[" + std::to_string(size.rows) + ";1H";
-        size_ = size;
-    }
-    screen += saveCursorAndGoHome;
-    for (const auto& line : drawLines(size)) {
-        screen += line;
-        screen += endLine;
-    }
-    screen += restoreCursor;
-    output_.write(screen);
+    const auto size = Tools::terminalSize();
+    output_.write(screen_.draw(drawLines(size), size));
 }
 
-std::vector<std::string> TableView::drawLines(TerminalSize size) const {
+std::vector<std::string> TableView::drawLines(Tools::TerminalSize size) const {
     const auto height = size.rows - 1;
     auto lines = table_.draw(
         {.rows = height - std::min(height, linesAround), .columns = size.columns}, Clock::now());
-    lines.insert(lines.begin(), Tools::fitted(title_, size.columns));
-    lines.resize(height - std::min<std::size_t>(height, 3));
-    lines.push_back(Tools::fitted(error_.empty() ? "no error" : "ERROR: " + error_, size.columns));
-    lines.push_back(Tools::fitted(drawStatus(), size.columns));
-    lines.push_back(Tools::fitted(event_, size.columns));
-    lines.resize(height);
+    const auto add = [&](std::string_view text) {
+        lines.push_back(Tools::shortened(text, size.columns));
+    };
+    lines.insert(lines.begin(), Tools::fitted(title_ + "   Ctrl-C ends", size.columns));
+    lines.resize(height - std::min(height, linesBelow));
+    add(drawProblem());
+    add(drawCounts());
+    for (const auto& event : events_) {
+        add(event);
+    }
     return lines;
 }
 
-std::string TableView::drawStatus() const {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(1) << rate_ << " batches/s   batches "
-         << statistics_.batches() << "   values " << statistics_.values() << "   malformed "
-         << statistics_.malformed();
-    return std::move(text).str();
+std::string TableView::drawProblem() const {
+    if (!refusedDescription_.empty()) {
+        return "FAULTY DESCRIPTION: " + refusedDescription_;
+    }
+    if (!refusedLogOn_.empty()) {
+        return "LOG-ON REFUSED: " + refusedLogOn_;
+    }
+    return error_.empty() ? "no error" : "ERROR: " + error_;
+}
+
+std::string TableView::drawCounts() const {
+    return fmt::format("{:.1f} batches/s   batches {}   values {}   malformed {}", rate_,
+                       statistics_.batches(), statistics_.values(), statistics_.malformed());
 }
 
 }  // namespace StewardSimulator

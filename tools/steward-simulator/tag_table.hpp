@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "common/screen.hpp"
+#include "common/table.hpp"
 #include "steward-simulator/batch_decoder.hpp"
 #include "steward-simulator/statistics.hpp"
 
@@ -8,29 +10,22 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace StewardSimulator {
 
-/// Size of a terminal in characters.
-struct TerminalSize {
-    std::size_t rows = 24;
-    std::size_t columns = 80;
-
-    friend bool operator==(const TerminalSize&, const TerminalSize&) = default;
-};
-
-/// The current value of every tag, as lines of text.
-class Table {
+/// The current value of every tag, as lines of text. A value is dim when it is three pull delays
+/// old, and a second at least.
+class TagTable {
   public:
     /// Takes over the tags of a description; values stay if it is the same.
     void describe(const DescriptionPtr& description);
     void update(const Batch& batch, Clock::time_point now);
     void turnPage() noexcept { ++page_; }
 
-    /// The header and as many tags as fit; every line fits the width.
-    [[nodiscard]] std::vector<std::string> draw(TerminalSize size, Clock::time_point now) const;
+    /// The titles and as many tags as fit; every line fits the width.
+    [[nodiscard]] std::vector<std::string> draw(Tools::TerminalSize size,
+                                                Clock::time_point now) const;
 
   private:
     struct Row {
@@ -46,8 +41,8 @@ class Table {
     };
 
     [[nodiscard]] Page page(std::size_t rows) const;
-    [[nodiscard]] std::string drawRow(std::size_t position, std::size_t addressWidth,
-                                      std::size_t valueWidth, Clock::time_point now) const;
+    void addRow(Tools::Table& table, std::size_t position, Clock::time_point now) const;
+    [[nodiscard]] bool isOld(const Row& row, Clock::time_point now) const;
 
     DescriptionPtr description_;
     std::vector<Row> rows_;

@@ -9,6 +9,9 @@
 
 namespace StewardSimulator {
 
+/// What a device does not get: it asks in vain until the user changes something.
+enum class Refusal { LogOn, Description };
+
 /// Shows what happens. The base shows nothing.
 class View {
   public:
@@ -22,6 +25,8 @@ class View {
     virtual void onDescription(const DescriptionPtr& /*description*/) {}
     virtual void onBatch(const Batch& /*batch*/, const Statistics& /*statistics*/) {}
     virtual void onError(std::string_view /*text*/) {}  ///< of the device; empty when it is cleared
+    /// @param reason empty when it is cured
+    virtual void onRefusal(Refusal /*what*/, std::string_view /*reason*/) {}
     virtual void turnPage() {}
     /// Ends the view. @return what takes the terminal back to where it was
     [[nodiscard]] virtual std::string finish() { return {}; }
