@@ -244,7 +244,7 @@ int run(Edits edits, std::uint16_t genuine = 0) {
         Fuzz::require(client.count == first + second, "so does the next");
     }
     handler.disconnect(device);
-    static_cast<void>(handler.connect(device));  // perhaps the same session, on a new channel
+    static_cast<void>(handler.connect(device));  // once more, whatever came of the first
     handler.disconnect(device);
     server().begin({}, 0);
     return client.count;

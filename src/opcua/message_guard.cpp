@@ -7,10 +7,10 @@
 namespace PullappOpcUa {
 namespace {
 
-constexpr std::size_t headerSize = 8;  // what a chunk is, and its size
+constexpr std::size_t headerSize = 8;  // type of the message, 'F' or 'C' or 'A', size of the chunk
 constexpr std::size_t requestIdOffset = 20;
 constexpr std::size_t typeOffset = 24;
-constexpr std::array<std::size_t, 3> typeSizes{2, 4, 7};  // of numbers, by their first byte
+constexpr std::array<std::size_t, 3> typeSizes{2, 4, 7};  // of numeric node ids, by first byte
 
 constexpr std::string_view openChannel = "OPN";
 constexpr std::string_view service = "MSG";
@@ -72,18 +72,19 @@ bool MessageGuard::hasType(std::size_t offset) const {
     return form < typeSizes.size() && start_.size() - offset >= typeSizes[form];
 }
 
-/// Behind the channel, three texts with their lengths, and two numbers.
+/// After the channel's number come three texts with their lengths, and two numbers. A length with
+/// the top bit set is a null text.
 std::size_t MessageGuard::typeOffsetOfOpen() const {
-    constexpr std::uint32_t null = 0xFFFFFFFF;
+    constexpr std::uint32_t longest = 0x7FFFFFFF;
     std::size_t offset = headerSize + 4;
-    for (int texts = 0; texts < 3; ++texts) {
-        const auto length = number(offset);
-        offset += 4 + (length == null ? 0 : length);
+    for (int texts = 0; texts < 3 && offset < start_.size(); ++texts) {
+        const std::size_t length = number(offset);
+        offset += 4 + (length > longest ? 0 : length);
     }
     return offset + 8;
 }
 
-/// Of four bytes, the lowest first; 0 behind the end.
+/// Little-endian uint32 at an offset; 0 past the end.
 std::uint32_t MessageGuard::number(std::size_t offset) const {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < sizeof value && offset + sizeof value <= start_.size(); ++i) {

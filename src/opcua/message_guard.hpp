@@ -10,13 +10,13 @@ namespace PullappOpcUa {
 
 /**
  * Sees what arrives on one connection before the stack does, and finds the messages that the stack
- * must not see. Every answer begins with a number that tells its type. Without one that can be
- * read, the stack up to 1.4.18 releases memory that it has never written; with a text instead, it
- * never releases the text. Connections are not encrypted.
+ * must not see. Each response begins with a numeric node id, its type. Where that cannot be read,
+ * the stack up to 1.4.18 frees memory that it has never written; where it is a text instead of a
+ * number, the stack never frees the text. Connections are not encrypted.
  */
 class MessageGuard {
   public:
-    /// @param bytes what arrived next @return false if a message in them is none for the stack
+    /// @param bytes what arrived next, cut anywhere @return false if the stack must not see them
     [[nodiscard]] bool accepts(std::string_view bytes);
 
   private:
@@ -28,8 +28,8 @@ class MessageGuard {
     [[nodiscard]] std::uint32_t number(std::size_t offset) const;
 
     std::string start_;            // of the current chunk, as much of it as is looked at
-    std::size_t skipped_ = 0;      // of the current chunk, behind its start
-    bool continues_ = false;       // the next chunk goes on with the message of the last
+    std::size_t skipped_ = 0;      // of the current chunk, after its start
+    bool continues_ = false;       // the next chunk belongs to the message of the last
     std::uint32_t requestId_ = 0;  // of that message
 };
 

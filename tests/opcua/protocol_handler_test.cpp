@@ -2,6 +2,9 @@
 #include "opcua/protocol_handler.hpp"
 
 #include "support/opcua_test_server.hpp"
+#include "support/proxy.hpp"
+
+#include <cstring>
 
 #include <gmock/gmock.h>
 
@@ -11,9 +14,13 @@ namespace {
 using namespace std::chrono_literals;
 using Orvik::PushInterface::TagType;
 using testing::AnyOf;
+using TestSupport::Action;
 using TestSupport::dataValue;
+using TestSupport::Descriptor;
+using TestSupport::Message;
 using TestSupport::nodeNamed;
 using TestSupport::OpcUaTestServer;
+using TestSupport::Proxy;
 using TestSupport::scalar;
 
 /// Keeps what would be written to the push interface.
@@ -244,6 +251,85 @@ TEST(ProtocolHandlerTest, NoticesThatTheServerWasRestartedWithOtherTypes) {
     ASSERT_EQ("", session.connect());
     EXPECT_EQ("Wrong type for tag: ns=1;s=x type should be double", session.verify());
     EXPECT_EQ(1U, session.client.messages.size());
+}
+
+TEST(ProtocolHandlerTest, ConnectsAnewAtOnceWhateverBroke) {
+    using enum Message;
+    OpcUaTestServer server;
+    server.set<UA_Int16>("x", -5, UA_TYPES_INT16);
+    Proxy proxy{server.port()};
+    Session session{proxy.port()};
+    session.device.pullDelay = 65535;
+    addTag(session.device, 2, "ns=1;s=x", TagType::Int16);
+    for (const auto message : {Hello, Channel, Create, Activate, Read}) {
+        SCOPED_TRACE(static_cast<int>(message));
+        proxy.at(message, {Action::Reset, "", 100});
+        EXPECT_TRUE(!session.connect().empty() || !session.pull().empty());
+        session.handler.disconnect(session.device);
+        proxy.at(message, {});
+        const auto sessions = proxy.count(Create);
+
+        ASSERT_EQ("", session.connect());
+        EXPECT_EQ("", session.pull());
+        session.handler.disconnect(session.device);
+
+        EXPECT_EQ(sessions + 1, proxy.count(Create));
+    }
+    double timeout = 0;  // and four bytes more
+    const auto create = proxy.last(Create);
+    std::memcpy(&timeout, create.data() + create.size() - 12, sizeof timeout);
+    EXPECT_EQ(15000 + 65535, timeout);
+}
+
+TEST(ProtocolHandlerTest, NamesAResponseWithoutAType) {
+    using namespace std::string_literals;
+    const auto noType = "MSGF\x18\0\0\0"s + std::string(16, '\0');
+    OpcUaTestServer server;
+    Proxy proxy{server.port()};
+    Session session{proxy.port()};
+
+    proxy.at(Message::Activate, {Action::Reply, noType});
+    EXPECT_EQ("Error: BADUNKNOWNRESPONSE", session.connect());
+    ASSERT_EQ("", session.connect());
+    proxy.at(Message::Read, {Action::Reply, noType});
+    EXPECT_EQ("BADUNKNOWNRESPONSE", session.pull());
+    EXPECT_EQ("BADNOTCONNECTED", session.pull());
+}
+
+/// Turns the standard output into a pipe that nobody reads.
+class UnreadOutput {
+  public:
+    UnreadOutput() : original_{::dup(STDOUT_FILENO)} {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(0, ::pipe(ends));
+        reader_ = Descriptor{ends[0]};
+        replace(Descriptor{ends[1]});
+    }
+    ~UnreadOutput() { replace(std::move(original_)); }
+
+  private:
+    static void replace(Descriptor output) {
+        std::fflush(stdout);
+        ::dup2(output.get(), STDOUT_FILENO);
+    }
+
+    Descriptor original_;
+    Descriptor reader_;
+};
+
+TEST(ProtocolHandlerTest, WaitsForNobodyToReadTheNotesOfTheStack) {
+    std::string refusal = "ERRF" + std::string(12, '\0') + std::string(4000, 'x');
+    for (const auto& [offset, number] : {std::pair{4U, 4016U}, {8U, 0x80830000U}, {12U, 4000U}}) {
+        std::memcpy(refusal.data() + offset, &number, sizeof number);
+    }
+    const OpcUaTestServer server;
+    Proxy proxy{server.port()};
+    proxy.at(Message::Hello, {Action::Reply, refusal, 100});
+    Session session{proxy.port()};
+    const UnreadOutput output;
+    for (int i = 0; i < 50; ++i) {  // the pipe holds 64 KiB
+        EXPECT_EQ("Error: BADTCPENDPOINTURLINVALID", session.connect());
+    }
 }
 
 }  // namespace

@@ -50,6 +50,12 @@ class Proxy {
         return counts_[message];
     }
 
+    /// The bytes of the last such message.
+    [[nodiscard]] std::string last(Message message) {
+        const std::lock_guard lock{mutex_};
+        return last_[message];
+    }
+
     /// Acts on the next such messages.
     void at(Message message, Action action) {
         const std::lock_guard lock{mutex_};
@@ -95,9 +101,11 @@ class Proxy {
         links_.push_back(std::move(link));
     }
 
-    Action next(Message message) {
+    Action next(const std::string& text) {
         const std::lock_guard lock{mutex_};
+        const auto message = messageOf(text);
         ++counts_[message];
+        last_[message] = text;
         auto& action = actions_[message];
         return action.times-- > 0 ? action : Action{};
     }
@@ -108,7 +116,7 @@ class Proxy {
         if (message.empty()) {
             return false;
         }
-        link.answer = next(messageOf(message));
+        link.answer = next(message);
         switch (link.answer.kind) {
             case Action::Close:
                 return false;
@@ -168,6 +176,7 @@ class Proxy {
     std::mutex mutex_;
     std::map<Message, Action> actions_;
     std::map<Message, int> counts_;
+    std::map<Message, std::string> last_;
     std::list<Link> links_;
     std::thread thread_;
 };
