@@ -2,8 +2,10 @@
 #include "opcua/tag.hpp"
 
 #include <algorithm>
-#include <charconv>
+#include <array>
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <string_view>
 #include <vector>
 
@@ -22,31 +24,21 @@ bool hasIdentifierPrefix(std::string_view part) {
     return part.starts_with("i=") || part.starts_with("s=") || part.starts_with("g=");
 }
 
-/// Takes so many hexadecimal digits from the front, and the "-" behind them where one is due.
-template <typename Number>
-bool takeHex(std::string_view& text, std::size_t digits, bool dash, Number& number) {
-    const auto field = text.substr(0, digits);
-    const auto end = field.data() + field.size();
-    const auto result = std::from_chars(field.data(), end, number, 16);
-    if (field.size() != digits || result.ec != std::errc{} || result.ptr != end) {
-        return false;
-    }
-    text.remove_prefix(digits);
-    if (dash && !text.starts_with('-')) {
-        return false;
-    }
-    text.remove_prefix(dash ? 1 : 0);
-    return true;
-}
-
-/// 8-4-4-4-12 hexadecimal digits; what follows them is not looked at.
-bool parseGuid(std::string_view text, Guid& guid) {
-    bool read = takeHex(text, 8, true, guid.data1) && takeHex(text, 4, true, guid.data2) &&
-                takeHex(text, 4, true, guid.data3);
-    for (std::size_t i = 0; read && i < guid.data4.size(); ++i) {
-        read = takeHex(text, 2, i == 1, guid.data4[i]);
-    }
-    return read;
+/// As the format reads it: a width is the most that a field takes, blanks before a field are
+/// skipped, and what follows the last is not looked at.
+bool parseGuid(const char* text, Guid& guid) {
+    std::array<unsigned int, 11> fields{};
+    const auto data4 = fields.begin() + 3;
+    // NOLINTNEXTLINE(cert-err34-c): no number of these widths is too large
+    const int count = std::sscanf(text, "%8x-%4x-%4x-%2x%2x-%2x%2x%2x%2x%2x%2x", &fields[0],
+                                  &fields[1], &fields[2], &data4[0], &data4[1], &data4[2],
+                                  &data4[3], &data4[4], &data4[5], &data4[6], &data4[7]);
+    guid.data1 = fields[0];
+    guid.data2 = static_cast<std::uint16_t>(fields[1]);
+    guid.data3 = static_cast<std::uint16_t>(fields[2]);
+    std::transform(data4, fields.end(), guid.data4.begin(),
+                   [](unsigned int field) { return static_cast<std::uint8_t>(field); });
+    return count == static_cast<int>(fields.size());
 }
 
 }  // namespace
@@ -94,7 +86,7 @@ std::string Tag::parseIdentifier(const std::string& part) {
         identifierType = IdentifierType::String;
     } else if (part.starts_with("g=")) {
         identifierType = IdentifierType::Guid;
-        if (!parseGuid(value, guidIdentifier)) {
+        if (!parseGuid(part.c_str() + prefixLength, guidIdentifier)) {
             return "Error parsing GUID identifier";
         }
     }

@@ -46,9 +46,9 @@ TEST(TagTest, NamesWhatIsWrongWithAnAddress) {
 
 TEST(TagTest, RefusesGuidWithoutItsElevenFields) {
     for (const auto* guid :
-         {"", "1234", "72962b91-fa75-4ae6-8d28-b404dc7daf6", "x",
-          "72962b91fa754ae68d28b404dc7daf63", "72962b91-fa75-4ae6-8d28b404dc7daf63",
-          "72962g91-fa75-4ae6-8d28-b404dc7daf63"}) {
+         {"", "1234", "72962b91-fa75-4ae6-8d28-b404dc7daf", "x", "72962b91fa754ae68d28b404dc7daf63",
+          "72962b91-fa75-4ae6-8d28b404dc7daf63", "72962g91-fa75-4ae6-8d28-b404dc7daf63",
+          "72962b91 -fa75-4ae6-8d28-b404dc7daf63", "072962b91-fa75-4ae6-8d28-b404dc7daf63"}) {
         Tag tag;
         tag.address = std::string{"ns=1;g="} + guid;
         EXPECT_EQ("Error parsing GUID identifier", tag.parseAddress()) << guid;
@@ -68,8 +68,9 @@ TEST(DeviceTest, PreparesOneReadOfEveryTag) {
         {"i=85;ns=0", "i=85"},
         {"ns=65537;i=-1", "ns=1;i=4294967295"},
         {"ns=-1;i=+7", "ns=65535;i=7"},
-        {"ns=1;g=72962B91-fa75-4ae6-8d28-b404dc7daf63",
+        {"ns=1;g=72962B91-fa75-4ae6-8d28-b404dc7daf63 etc",
          "ns=1;g=72962b91-fa75-4ae6-8d28-b404dc7daf63"},
+        {"ns=1;g= 1-2- 3-0456-789abcd e f", "ns=1;g=00000001-0002-0003-0456-789abc0d0e0f"},
     };
     Device device;
     for (const auto& row : rows) {
