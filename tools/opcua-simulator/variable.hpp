@@ -33,6 +33,9 @@ class Variable {
 
     [[nodiscard]] const PullappOpcUa::Tag& tag() const noexcept { return *tag_; }
 
+    /// Type of its values while there is no fault.
+    [[nodiscard]] const UA_DataType& dataType() const noexcept { return UA_TYPES[type()]; }
+
     /// Puts a fault before all others, and forgets those that are over when it begins.
     void add(const Fault& fault);
 
