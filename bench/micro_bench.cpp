@@ -62,7 +62,8 @@ void batchOf(benchmark::State& state) {
         for (auto& value : values) {
             UA_Variant variant{};
             UA_Variant_setScalar(&variant, &value, &UA_TYPES[variantType]);
-            benchmark::DoNotOptimize(appendValue(batch, tag, variant));
+            benchmark::DoNotOptimize(appendLine(batch, tag, variant));
+            ++tag.id;
         }
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(values.size()));

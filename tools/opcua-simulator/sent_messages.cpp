@@ -43,10 +43,8 @@ void SentMessages::inspect(char* data, std::size_t size) {
     if (url_.empty()) {
         return;
     }
-    auto at = message.find(url_);
-    while (at != std::string_view::npos) {
+    for (auto at = message.find(url_); at != std::string_view::npos; at = message.find(url_, at)) {
         replacement_.copy(data + at, replacement_.size());
-        at = message.find(url_, at + replacement_.size());  // which may hold the URL again
     }
 }
 

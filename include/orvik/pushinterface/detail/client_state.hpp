@@ -16,7 +16,6 @@
 #include <utility>
 #include <vector>
 
-#include <boost/asio/bind_executor.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -57,9 +56,10 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     /// Queues work on the client thread. May be called from any thread.
     template <typename Work>
     void post(Work&& work) {
-        // To the loop, which counts it at once: a strand would take it first, and where nothing
-        // else is pending in between, `run` would end
-        boost::asio::post(loop_, boost::asio::bind_executor(strand_, std::forward<Work>(work)));
+        // The strand takes the work before the loop counts it. Nothing else might be pending in
+        // between, and `run` would end
+        const auto pending = boost::asio::make_work_guard(loop_);
+        boost::asio::post(strand_, std::forward<Work>(work));
     }
 
     // What the front object asks for; on the strand
@@ -156,9 +156,8 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
                     Tcp::resolver{unused}.resolve(host, port, lookUpFlags, error);
                 post([=, this] { handleResolve(connection, error, endpoints.begin()); });
             }}.detach();
-        } catch (const boost::thread_resource_error&) {  // for now: the name may well exist
-            resolving_.reset();
-            connectNext(connection, {});
+        } catch (const boost::thread_resource_error& failure) {
+            handleResolve(connection, failure.code(), {});
         }
     }
 
@@ -201,12 +200,15 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         if (connection != attempt_) {
             return;
         }
-        if (error || connection->closeIfConnectedToItself()) {
+        if (error) {
             connectNext(connection, rest);
             return;
         }
         attempt_.reset();
-        connection->configureSocket();
+        ErrorCode ignored;
+        // Else the short line behind each batch would wait for the batch to be acknowledged
+        connection->socket.set_option(Tcp::no_delay{true}, ignored);
+        connection->socket.non_blocking(true, ignored);
         notify("onConnected", &ClientHandler::onConnected);
         closeConnections([](const Connection& other) { return other.readEnded; });
         connections_.push_back(connection);
@@ -334,27 +336,29 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     // Writing
 
-    /// While the backlog is full, value batches are dropped whole, and of a named value only the
-    /// newest is kept.
+    /// Value batches are dropped whole while the backlog is full, and other lines never; but what
+    /// only repeats the line in front of it says nothing new once batches in between are gone.
     [[nodiscard]] bool admit(Connection& connection, const std::string& message) {
-        auto& queue = connection.sendQueue;
-        if (queue.hasRoomFor(message)) {
-            return true;
-        }
+        const auto& queue = connection.sendQueue;
         if (isNamedValue(message)) {
-            return !queue.replaceLast(message + '\n');
+            return connection.droppedBatches == 0 || !queue.endsWith(message + '\n');
         }
-        if (connection.droppedBatches++ == 0) {
-            notifyClientError("Dropping value batches because the server does not read");
+        if (!queue.hasRoomFor(message)) {
+            if (connection.droppedBatches++ == 0) {
+                notifyClientError("Dropping value batches because the server does not read");
+            }
+            return false;
         }
-        return false;
+        if (queue.backlog() < SendQueue::backlogLimit / 2) {  // not with every batch that just fits
+            reportLoss(connection);
+        }
+        return true;
     }
 
     void reportLoss(Connection& connection) {
         if (const auto count = std::exchange(connection.droppedBatches, 0); count != 0) {
             notifyClientError("Dropped " + std::to_string(count) +
-                              (count == 1 ? " value batch" : " value batches") +
-                              " because the server did not read");
+                              " value batches because the server did not read");
         }
     }
 
@@ -363,8 +367,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         constexpr int linesPerStep = 16;  // a long queue must not keep all else waiting
         for (int i = 0; i < linesPerStep && !connection->sendQueue.empty(); ++i) {
             const auto error = connection->sendFront();
-            if (error == boost::asio::error::would_block ||
-                error == boost::asio::error::interrupted) {
+            if (error == boost::asio::error::would_block) {
                 awaitRoom(connection);
                 return;
             }
@@ -392,13 +395,8 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         auto& queue = connection.sendQueue;
         if (error) {  // the line stays where it is, so that nothing more is written
             notifyClientError("Write failed - socket error: '" + queue.front() + "'");
-            ErrorCode ignored;  // the read side then notices; not every failure breaks a connection
-            connection.socket.shutdown(Tcp::socket::shutdown_both, ignored);
-            return;
-        }
-        notify("onWrite", &ClientHandler::onWrite, queue.pop());
-        if (queue.backlog() < SendQueue::backlogLimit / 2) {  // not with every batch that just fits
-            reportLoss(connection);
+        } else {
+            notify("onWrite", &ClientHandler::onWrite, queue.pop());
         }
     }
 

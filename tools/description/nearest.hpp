@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace Tools {
+
+/// Letters to insert, remove, replace or swap with their neighbour to make one text of the other.
+[[nodiscard]] std::size_t editDistance(std::string_view left, std::string_view right);
+
+/// ASCII letters in lower case.
+[[nodiscard]] std::string lowerCase(std::string_view text);
+
+/**
+ * The known word that somebody most likely meant: the same in other case, a part of it, or one that
+ * is a few letters away.
+ *
+ * @return nothing if no word is close enough to be worth suggesting
+ */
+[[nodiscard]] std::optional<std::string_view> nearest(std::string_view word,
+                                                      std::span<const std::string_view> known);
+
+}  // namespace Tools
