@@ -2,10 +2,13 @@
 #pragma once
 
 #include "orvik/log/current_sink.hpp"
-#include "orvik/log/detail/text_stream.hpp"
 
+#include <concepts>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
 #include <string_view>
 
 namespace Orvik::Log {
@@ -31,7 +34,7 @@ class Record {
 
     /// A record that begins with where it comes from: "path:line: ".
     Record(Level level, const Location& origin) : Record{level} {
-        *text_ << origin.path << ':' << origin.line << ": ";
+        text_.append(origin.path).append(":").append(std::to_string(origin.line)).append(": ");
     }
 
     Record(const Record&) = delete;
@@ -39,20 +42,31 @@ class Record {
 
     ~Record() {
         if (sink_ && level_ <= sink_->level()) {
-            sink_->write(static_cast<std::uint32_t>(level_), text_->str());
+            sink_->write(static_cast<std::uint32_t>(level_), stream_ ? stream_->str() : text_);
         }
     }
 
+    /// Takes whatever a stream takes. A text needs none, and making one costs more than all else.
     template <typename Value>
     Record& operator<<(const Value& value) {
-        *text_ << value;
+        if constexpr (std::convertible_to<const Value&, std::string_view>) {
+            if (!stream_) {
+                text_ += value;
+                return *this;
+            }
+        }
+        if (!stream_) {
+            stream_.emplace(text_, std::ios::in | std::ios::out | std::ios::ate);
+        }
+        *stream_ << value;
         return *this;
     }
 
   private:
     std::unique_ptr<Sink>& sink_;
     std::int32_t level_;
-    Detail::TextStream text_;
+    std::string text_;
+    std::optional<std::stringstream> stream_;  // from the first value on that is not a text
 };
 
 }  // namespace Orvik::Log

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "orvik/datasource/detail/log_locations.hpp"
+#include "orvik/datasource/detail/settings.hpp"
 #include "orvik/log/record.hpp"
 #include "orvik/pushinterface/client.hpp"
 
@@ -11,6 +12,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -20,18 +22,6 @@
 #include <boost/system/error_code.hpp>
 
 namespace Orvik::DataSource::Detail {
-
-/// The fixed numbers of every run; delays in milliseconds. Tests shorten them.
-struct Settings {
-    static constexpr std::uint8_t unlimited = 255;
-
-    std::uint8_t maxConnectRetries = unlimited;
-    std::uint8_t maxPullsPerConnection = unlimited;  ///< pulls before a planned reconnect
-    std::uint32_t reconnectDelay = 10000;            ///< after a failed connect
-    std::uint32_t verifyFailDelay = 15000;           ///< after tags that cannot be read
-    std::uint32_t keepAliveInterval = 1000;  ///< longest wait between two calls of the handler
-    std::uint32_t minTimerDelay = 25;        ///< shorter delays are not timed
-};
 
 /**
  * One run: connects, verifies the tags, pulls and pauses, over and over, until it is stopped.
@@ -54,22 +44,14 @@ class Client {
           handler_{std::move(handler)},
           device_{std::move(device)},
           client_{std::move(client)} {}
-
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
     /// Body of the worker thread: the run, started over when a handler has thrown. A device must
     /// not fall silent, nor the process die, for one exception.
     void work() {
-        for (;;) {
-            try {
-                run();
-                return;
-            } catch (const std::exception& exception) {
-                recover(exception.what());
-            } catch (...) {
-                recover("Unknown exception in the data source");
-            }
+        while (const auto error = exceptionOf([this] { run(); })) {
+            recover(*error);
             if (stopRequested_) {
                 return;
             }
@@ -96,35 +78,27 @@ class Client {
   private:
     using Step = std::function<void()>;
 
-    // What may follow a step
-
-    /// One step, at once.
-    struct Next {
+    /// What follows a step: a disconnect at once, where it is needed, and a step after a delay.
+    struct Continuation {
         Step step;
-    };
-    /// Disconnect at once, connect after a delay.
-    struct Reconnect {
-        std::uint32_t delay;
-    };
-    /// Connect after a delay; there is nothing to disconnect.
-    struct ConnectAgain {
-        std::uint32_t delay;
+        std::uint32_t delay = 0;
+        bool disconnectsFirst = false;
     };
 
-    void follow(const Next& next) { post(next.step); }
-
-    void follow(const Reconnect& reconnect) {
-        post([this] { doDisconnect(); });
-        postDelay(reconnect.delay, [this] { doConnect(); });
+    [[nodiscard]] Continuation reconnectAfter(std::uint32_t delay) {
+        return {.step = [this] { doConnect(); }, .delay = delay, .disconnectsFirst = true};
     }
 
-    void follow(const ConnectAgain& again) {
-        postDelay(again.delay, [this] { doConnect(); });
+    void follow(const Continuation& next) {
+        if (next.disconnectsFirst) {
+            post([this] { doDisconnect(); });
+        }
+        postDelay(next.delay, next.step);
     }
 
     /// The decision after each call of the handler. @param result empty, or the failure
-    template <typename OnSuccess, typename OnFailure>
-    void step(const std::string& result, const OnSuccess& onSuccess, const OnFailure& onFailure) {
+    void step(const std::string& result, const Continuation& onSuccess,
+              const Continuation& onFailure) {
         Log::Record{Log::garrul, LogLocations::step} << "step(\"" << result << "\")";
         if (stopRequested_) {
             disconnectIfConnected();
@@ -151,13 +125,14 @@ class Client {
         pullsLeft_ = settings_.maxPullsPerConnection;
         const auto result = handler_->connect(*device_);
         connected_ = result.empty();
-        step(result, Next{[this] { doVerifyTags(); }}, ConnectAgain{settings_.reconnectDelay});
+        step(result, {[this] { doVerifyTags(); }},
+             {[this] { doConnect(); }, settings_.reconnectDelay});
     }
 
     void doVerifyTags() {
         Log::Record{Log::garrul, LogLocations::verifyTags} << "doVerifyTags()";
         const auto result = handler_->verifyTags(*device_);
-        step(result, Next{[this] { doPullData(); }}, Reconnect{settings_.verifyFailDelay});
+        step(result, {[this] { doPullData(); }}, reconnectAfter(settings_.verifyFailDelay));
     }
 
     void doPullData() {
@@ -167,25 +142,21 @@ class Client {
             PushInterface::pushErrorMessage(*client_, {});
         }
         countDown(pullsLeft_);
-        if (pullsLeft_ != 0) {
-            step(result, Next{afterPull()}, Reconnect{0});
+        if (pullsLeft_ != 0 && pullDelay_ != 0) {
+            step(result, {[this] { doPullDelay(pullDelay_); }}, reconnectAfter(0));
+        } else if (pullsLeft_ != 0) {
+            step(result, {[this] { doPullData(); }}, reconnectAfter(0));
         } else if (connectRetriesLeft_ != 0) {
-            step(result, Reconnect{0}, Reconnect{0});
+            step(result, reconnectAfter(0), reconnectAfter(0));
         } else {
-            step(result, Next{[this] { doDisconnect(); }}, Reconnect{0});
+            step(result, {[this] { doDisconnect(); }}, reconnectAfter(0));
         }
-    }
-
-    [[nodiscard]] Step afterPull() {
-        if (pullDelay_ == 0) {
-            return [this] { doPullData(); };
-        }
-        return [this] { doPullDelay(pullDelay_); };
     }
 
     /// Waits so that the handler is called once per interval, and the last wait is not a short one.
     void doPullDelay(std::uint32_t remaining) {
-        Log::Record{Log::garrul, LogLocations::pullDelay} << "doPullDelay(" << remaining << ")";
+        Log::Record{Log::garrul, LogLocations::pullDelay} << "doPullDelay("
+                                                          << std::to_string(remaining) << ")";
         if (remaining <= settings_.keepAliveInterval) {
             postDelay(remaining, [this] { doPullData(); });
             return;
@@ -196,10 +167,10 @@ class Client {
     }
 
     void doPullDelayKeepAlive(std::uint32_t remaining) {
-        Log::Record{Log::garrul, LogLocations::pullDelayKeepAlive} << "doPullDelayKeepAlive("
-                                                                   << remaining << ")";
+        Log::Record{Log::garrul, LogLocations::pullDelayKeepAlive}
+            << "doPullDelayKeepAlive(" << std::to_string(remaining) << ")";
         const auto result = handler_->keepAlive(*device_);
-        step(result, Next{[this, remaining] { doPullDelay(remaining); }}, Reconnect{0});
+        step(result, {[this, remaining] { doPullDelay(remaining); }}, reconnectAfter(0));
     }
 
     void doDisconnect() {
@@ -224,16 +195,15 @@ class Client {
             return;
         }
         timer_.expires_after(std::chrono::milliseconds{delay});
-        timer_.async_wait(
-            [this, next = std::move(next)](const boost::system::error_code& error) mutable {
-                postDelayTimerHandler(error, std::move(next));
-            });
+        timer_.async_wait([this, next = std::move(next)](const boost::system::error_code& error) {
+            postDelayTimerHandler(error, next);
+        });
         if (stopRequested_) {
             timer_.cancel();  // the stop's own cancellation may have come before the timer was set
         }
     }
 
-    void postDelayTimerHandler(const boost::system::error_code& error, Step next) {
+    void postDelayTimerHandler(const boost::system::error_code& error, const Step& next) {
         if (discarding_) {
             return;
         }
@@ -244,7 +214,7 @@ class Client {
         } else {
             Log::Record{Log::garrul, LogLocations::timerExpired}
                 << "postDelayTimerHandler(expired, ...)";
-            post(std::move(next));
+            post(next);
         }
     }
 
@@ -266,15 +236,27 @@ class Client {
         Log::Record{Log::err} << error;
     }
 
+    template <typename Call>
+    [[nodiscard]] static std::optional<std::string> exceptionOf(const Call& call) {
+        try {
+            call();
+            return {};
+        } catch (const std::exception& exception) {
+            return exception.what();
+        } catch (...) {
+            return "Unknown exception in the data source";
+        }
+    }
+
     /// After an exception: drops what is pending, disconnects, ends the run, waits.
     void recover(const std::string& error) {
         report(error);
         discardPending();
         if (connected_) {
-            contain([this] { handler_->disconnect(*device_); });
             connected_ = false;
+            logExceptionOf([this] { handler_->disconnect(*device_); });
         }
-        contain([this] { handler_->deinit(); });
+        logExceptionOf([this] { handler_->deinit(); });
         postDelay(settings_.reconnectDelay, [] {});
         runLoop();
     }
@@ -287,13 +269,9 @@ class Client {
     }
 
     template <typename Call>
-    static void contain(const Call& call) {
-        try {
-            call();
-        } catch (const std::exception& exception) {
-            Log::Record{Log::err} << exception.what();
-        } catch (...) {
-            Log::Record{Log::err} << "Unknown exception in the data source";
+    static void logExceptionOf(const Call& call) {
+        if (const auto error = exceptionOf(call)) {
+            Log::Record{Log::err} << *error;
         }
     }
 
