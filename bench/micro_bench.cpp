@@ -62,8 +62,7 @@ void batchOf(benchmark::State& state) {
         for (auto& value : values) {
             UA_Variant variant{};
             UA_Variant_setScalar(&variant, &value, &UA_TYPES[variantType]);
-            benchmark::DoNotOptimize(appendLine(batch, tag, variant));
-            ++tag.id;
+            benchmark::DoNotOptimize(appendValue(batch, tag, variant));
         }
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(values.size()));

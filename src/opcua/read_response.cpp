@@ -4,6 +4,8 @@
 #include "opcua/status_code_name.hpp"
 #include "opcua/value.hpp"
 
+#include "orvik/pushinterface/protocol.hpp"
+
 namespace PullappOpcUa {
 namespace {
 
@@ -55,9 +57,11 @@ std::string appendBatch(std::string& batch, const Device& device, const ReadResp
         if (auto error = checkScalar(tag, result); !error.empty()) {
             return error;
         }
-        if (!appendLine(batch, tag, result.value)) {
+        Orvik::PushInterface::appendTagId(batch, tag.id);
+        if (!appendValue(batch, tag, result.value)) {
             return wrongType(tag, result.value);
         }
+        batch += '\n';
     }
     return {};
 }

@@ -10,7 +10,8 @@
 /// What the answer to a Read says of a device's tags. Nothing in it is trusted but its form.
 namespace PullappOpcUa {
 
-/// Of the whole Read: not Good also if there is not one result for each tag, or the first is bad.
+/// Status of the Read: the service result, BadUnexpectedError on a wrong count of results, else the
+/// status of the first result.
 [[nodiscard]] UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount);
 
 /**

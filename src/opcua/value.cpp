@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/value.hpp"
 
-#include "opcua/number_text.hpp"
 #include "orvik/pushinterface/protocol.hpp"
 
 #include <algorithm>
 #include <array>
-#include <concepts>
+#include <charconv>
 #include <cstddef>
 #include <iterator>
 
@@ -15,121 +14,90 @@ namespace {
 
 using Orvik::PushInterface::TagType;
 
+// A writer for each type. @return false, with nothing appended, if the value has no text
+
+bool appendBoolean(std::string& text, const void* value, const Tag& /*tag*/) {
+    text += *static_cast<const UA_Boolean*>(value) ? 't' : 'f';
+    return true;
+}
+
+template <typename Integer>
+bool appendInteger(std::string& text, const void* value, const Tag& /*tag*/) {
+    Orvik::PushInterface::appendDecimal(text, *static_cast<const Integer*>(value));
+    return true;
+}
+
+/// As "%.<precision>g" prints it in the C locale.
+template <typename Float, int precision>
+bool appendFloat(std::string& text, const void* value, const Tag& /*tag*/) {
+    std::array<char, 32> digits;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
+    const auto* const end =
+        std::to_chars(digits.data(), digits.data() + digits.size(),
+                      *static_cast<const Float*>(value), std::chars_format::general, precision)
+            .ptr;
+    text.append(std::string_view{digits.data(), end});
+    return true;
+}
+
+/// Up to its first zero byte, with its length in front; line breaks become blanks.
+bool appendString(std::string& text, const void* value, const Tag& tag) {
+    const auto& string = *static_cast<const UA_String*>(value);
+    if (string.data == nullptr) {
+        return false;
+    }
+    const auto bytes = bytesOf(string);
+    const auto begin = static_cast<std::ptrdiff_t>(text.size());
+    Orvik::PushInterface::appendStringValue(text, bytes.substr(0, bytes.find('\0')),
+                                            tag.maxStringLength);
+    if (bytes.find_first_of("\n\r") != std::string_view::npos) {
+        const auto isLineBreak = [](char c) { return c == '\n' || c == '\r'; };
+        std::replace_if(std::next(text.begin(), begin), text.end(), isLineBreak, ' ');
+    }
+    return true;
+}
+
 struct TypeRow {
     TagType tagType;
     std::size_t variantType;  // index into the stack's type descriptions
     std::string_view description;
+    bool (*append)(std::string& text, const void* value, const Tag& tag);
 };
 
 constexpr std::array<TypeRow, 12> typeRows{{
-    {TagType::Bool, UA_TYPES_BOOLEAN, " type should be boolean"},
-    {TagType::Int8, UA_TYPES_SBYTE, " type should be int8"},
-    {TagType::UInt8, UA_TYPES_BYTE, " type should be uint8"},
-    {TagType::Int16, UA_TYPES_INT16, " type should be int16"},
-    {TagType::UInt16, UA_TYPES_UINT16, " type should be uint16"},
-    {TagType::Int32, UA_TYPES_INT32, " type should be int32"},
-    {TagType::UInt32, UA_TYPES_UINT32, " type should be uint32"},
-    {TagType::Int64, UA_TYPES_INT64, " type should be int64"},
-    {TagType::UInt64, UA_TYPES_UINT64, " type should be uint64"},
-    {TagType::Float, UA_TYPES_FLOAT, " type should be float"},
-    {TagType::Double, UA_TYPES_DOUBLE, " type should be double"},
-    {TagType::String, UA_TYPES_STRING, " type should be string"},
+    {TagType::Bool, UA_TYPES_BOOLEAN, " type should be boolean", appendBoolean},
+    {TagType::Int8, UA_TYPES_SBYTE, " type should be int8", appendInteger<UA_SByte>},
+    {TagType::UInt8, UA_TYPES_BYTE, " type should be uint8", appendInteger<UA_Byte>},
+    {TagType::Int16, UA_TYPES_INT16, " type should be int16", appendInteger<UA_Int16>},
+    {TagType::UInt16, UA_TYPES_UINT16, " type should be uint16", appendInteger<UA_UInt16>},
+    {TagType::Int32, UA_TYPES_INT32, " type should be int32", appendInteger<UA_Int32>},
+    {TagType::UInt32, UA_TYPES_UINT32, " type should be uint32", appendInteger<UA_UInt32>},
+    {TagType::Int64, UA_TYPES_INT64, " type should be int64", appendInteger<UA_Int64>},
+    {TagType::UInt64, UA_TYPES_UINT64, " type should be uint64", appendInteger<UA_UInt64>},
+    {TagType::Float, UA_TYPES_FLOAT, " type should be float", appendFloat<UA_Float, 10>},
+    {TagType::Double, UA_TYPES_DOUBLE, " type should be double", appendFloat<UA_Double, 18>},
+    {TagType::String, UA_TYPES_STRING, " type should be string", appendString},
 }};
 
-bool hasType(const UA_Variant& variant, std::size_t type) {
-    return variant.type == &UA_TYPES[type];
+/// @return null for `Unknown` and unassigned numbers
+const TypeRow* rowOf(TagType type) noexcept {
+    const auto* const row = std::ranges::find(typeRows, type, &TypeRow::tagType);
+    return row != typeRows.end() ? row : nullptr;
 }
 
-/// The most characters of a value that is not a text.
-constexpr std::size_t scalarSize = generalSize;
-
-char* write(char* out, bool value) {
-    *out = value ? 't' : 'f';
-    return out + 1;
-}
-
-template <std::integral Integer>
-char* write(char* out, Integer value) {
-    return Orvik::PushInterface::writeDecimal(out, value);
-}
-
-template <std::floating_point Float>
-char* write(char* out, Float value) {
-    return writeGeneral(out, value, std::same_as<Float, float> ? 10 : 18);
-}
-
-template <typename T>
-char* writeTyped(char* out, const UA_Variant& variant, std::size_t type) {
-    if (!hasType(variant, type) || !UA_Variant_isScalar(&variant)) {
-        return nullptr;
-    }
-    return write(out, *static_cast<const T*>(variant.data));
-}
-
-/// Writes any value but a text. @param out room for `scalarSize` characters
-/// @return behind the last one; null if the value has not the tag's type
-char* writeScalar(char* out, TagType type, const UA_Variant& variant) {
-    switch (type) {
-        case TagType::Unknown:
-            *out = '?';
-            return out + 1;
-        case TagType::Bool:
-            return writeTyped<UA_Boolean>(out, variant, UA_TYPES_BOOLEAN);
-        case TagType::Int8:
-            return writeTyped<UA_SByte>(out, variant, UA_TYPES_SBYTE);
-        case TagType::UInt8:
-            return writeTyped<UA_Byte>(out, variant, UA_TYPES_BYTE);
-        case TagType::Int16:
-            return writeTyped<UA_Int16>(out, variant, UA_TYPES_INT16);
-        case TagType::UInt16:
-            return writeTyped<UA_UInt16>(out, variant, UA_TYPES_UINT16);
-        case TagType::Int32:
-            return writeTyped<UA_Int32>(out, variant, UA_TYPES_INT32);
-        case TagType::UInt32:
-            return writeTyped<UA_UInt32>(out, variant, UA_TYPES_UINT32);
-        case TagType::Int64:
-            return writeTyped<UA_Int64>(out, variant, UA_TYPES_INT64);
-        case TagType::UInt64:
-            return writeTyped<UA_UInt64>(out, variant, UA_TYPES_UINT64);
-        case TagType::Float:
-            return writeTyped<UA_Float>(out, variant, UA_TYPES_FLOAT);
-        case TagType::Double:
-            return writeTyped<UA_Double>(out, variant, UA_TYPES_DOUBLE);
-        case TagType::String:
-            break;
-    }
-    return out;  // an unassigned number: no text
-}
-
-void appendString(std::string& text, std::string_view value, std::uint32_t maxStringLength) {
-    const auto begin = static_cast<std::ptrdiff_t>(text.size());
-    Orvik::PushInterface::appendStringValue(text, value, maxStringLength);
-    const auto contains = [value](char c) { return value.find(c) != std::string_view::npos; };
-    if (contains('\n') || contains('\r')) {
-        const auto isLineBreak = [](char c) { return c == '\n' || c == '\r'; };
-        std::replace_if(std::next(text.begin(), begin), text.end(), isLineBreak, ' ');
-    }
-}
-
-bool appendStringScalar(std::string& text, const Tag& tag, const UA_Variant& variant) {
-    if (!hasType(variant, UA_TYPES_STRING) || !UA_Variant_isScalar(&variant)) {
-        return false;
-    }
-    const auto& value = *static_cast<const UA_String*>(variant.data);
-    if (value.data == nullptr) {
-        return false;
-    }
-    const auto bytes = bytesOf(value);
-    appendString(text, bytes.substr(0, bytes.find('\0')), tag.maxStringLength);
-    return true;
+bool hasType(const UA_Variant& variant, const TypeRow& row) noexcept {
+    return variant.type == &UA_TYPES[row.variantType];
 }
 
 }  // namespace
 
+const UA_DataType* dataTypeOf(TagType type) noexcept {
+    const auto* const row = rowOf(type);
+    return row != nullptr ? &UA_TYPES[row->variantType] : nullptr;
+}
+
 std::string_view describeVariantType(const UA_Variant& variant) noexcept {
-    const auto row = std::ranges::find_if(typeRows, [&](const TypeRow& candidate) {
-        return hasType(variant, candidate.variantType);
-    });
+    const auto* const row = std::ranges::find_if(
+        typeRows, [&](const TypeRow& candidate) { return hasType(variant, candidate); });
     return row != typeRows.end() ? row->description : " type unsupported";
 }
 
@@ -137,49 +105,27 @@ std::string checkTagType(const Tag& tag, const UA_Variant& variant) {
     if (tag.tagType == TagType::Unknown) {
         return "unsupported tag type: " + tag.address;
     }
-    const auto row = std::ranges::find(typeRows, tag.tagType, &TypeRow::tagType);
-    if (row == typeRows.end() || hasType(variant, row->variantType)) {
-        return {};
-    }
-    return wrongType(tag, variant);
+    const auto* const row = rowOf(tag.tagType);
+    return row == nullptr || hasType(variant, *row) ? std::string{} : wrongType(tag, variant);
 }
 
 std::string wrongType(const Tag& tag, const UA_Variant& variant) {
     return "Wrong type for tag: " + tag.address + std::string{describeVariantType(variant)};
 }
 
-bool appendLine(std::string& batch, const Tag& tag, const UA_Variant& variant) {
-    std::array<char, Orvik::PushInterface::tagIdSize + scalarSize + 1>
-        line;  // NOLINT: filled below
-    char* end = Orvik::PushInterface::writeTagId(line.data(), tag.id);
-    if (tag.tagType == TagType::String) {
-        batch.append(std::string_view{line.data(), end});
-        const bool fits = appendStringScalar(batch, tag, variant);
-        batch += '\n';
-        return fits;
+bool appendValue(std::string& text, const Tag& tag, const UA_Variant& variant) {
+    if (const auto* const row = rowOf(tag.tagType)) {
+        return hasType(variant, *row) && row->append(text, variant.data, tag);
     }
-    end = writeScalar(end, tag.tagType, variant);
-    if (end == nullptr) {
-        return false;
+    if (tag.tagType == TagType::Unknown) {
+        text += '?';
     }
-    *end++ = '\n';
-    batch.append(std::string_view{line.data(), end});
-    return true;
+    return true;  // an unassigned number has no text
 }
 
 std::optional<std::string> formatValue(const Tag& tag, const UA_Variant& variant) {
-    std::string line;
-    if (!appendLine(line, tag, variant)) {
-        return std::nullopt;
-    }
-    line.pop_back();
-    return line.substr(line.find('=') + 1);
-}
-
-std::string formatString(std::string_view text, std::uint32_t maxStringLength) {
-    std::string result;
-    appendString(result, text, maxStringLength);
-    return result;
+    std::string text;
+    return appendValue(text, tag, variant) ? std::optional{std::move(text)} : std::nullopt;
 }
 
 }  // namespace PullappOpcUa

@@ -4,12 +4,14 @@
 #include "opcua/stack.hpp"
 #include "opcua/tag.hpp"
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace PullappOpcUa {
+
+/// The OPC UA type that a tag's values must have; null for `Unknown` and unassigned numbers.
+[[nodiscard]] const UA_DataType* dataTypeOf(Orvik::PushInterface::TagType type) noexcept;
 
 /// What a value is, as the end of an error text: " type should be int16", " type unsupported".
 [[nodiscard]] std::string_view describeVariantType(const UA_Variant& variant) noexcept;
@@ -21,17 +23,14 @@ namespace PullappOpcUa {
 [[nodiscard]] std::string wrongType(const Tag& tag, const UA_Variant& variant);
 
 /**
- * Appends the line of a value batch for a tag: its id, "=", a scalar value as text, a line feed.
+ * Appends a value as the push interface wants it.
  *
- * @return false if the value has not the tag's type or is a null string; something may have been
- * appended then
+ * @param variant a scalar
+ * @return false, with nothing appended, if it does not have the tag's type or is a null string
  */
-[[nodiscard]] bool appendLine(std::string& batch, const Tag& tag, const UA_Variant& variant);
+[[nodiscard]] bool appendValue(std::string& text, const Tag& tag, const UA_Variant& variant);
 
-/// The text of the value alone; nothing if it cannot be had.
+/// The same as a text of its own.
 [[nodiscard]] std::optional<std::string> formatValue(const Tag& tag, const UA_Variant& variant);
-
-/// A text with its length in front, cut to the limit (0 for none), line breaks become blanks.
-[[nodiscard]] std::string formatString(std::string_view text, std::uint32_t maxStringLength);
 
 }  // namespace PullappOpcUa

@@ -110,11 +110,11 @@ TEST(MessageGuardTest, RefusesWhatHasNoNumericTypeAndKeepsItsPlaceAfterTheRest) 
         {"length up to the end", opening(four, {0}, {0}, {12}), false},
         {"length far past the end", opening(four, {0x7FFFFFFF}, {0x7FFFFFFF}, {0x7FFFFFFF}), false},
         {"null of the top bit", opening(four, {0x80000000}, {0xFFFFFFFD}, {0xFFFFFFFE}), true},
-        // Sums of 32 bits would find a type in the third length, where the stack finds a text
-        {"length -4", opening(text, {0xFFFFFFFC}, {0}, {0}), false},
-        {"lengths -4", opening(text, {0xFFFFFFFC}, {0xFFFFFFFC}, {0xFFFFFFFC}), false},
-        {"length -3", opening(text, {0xFFFFFFFD}, {0}, {0}), false},
-        {"length -2", opening(text, {0xFFFFFFFE}, {0}, {0}), false},
+        // Added in 32 bits, these lengths would find a type in the number that stands before it
+        {"length -4", opening(text, {3, "abc"}, {0xFFFFFFFC}), false},
+        {"lengths -4", opening(text, {0xFFFFFFFC}, {0xFFFFFFFC}, {0}), false},
+        {"length -3", opening(text, {3, "abc"}, {0xFFFFFFFD}), false},
+        {"length -2", opening(text, {3, "abc"}, {0xFFFFFFFE}), false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

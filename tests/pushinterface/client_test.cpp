@@ -5,12 +5,17 @@
 #include "support/scripted_peer.hpp"
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <limits>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -24,7 +29,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+// What the system does otherwise than usual when a test asks for it
+
 namespace {
+
+template <typename Function>
+Function* systemsOwn(Function* /*ours*/, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
 
 /// Lets a test hold up the look-up of "slow.test" until the end of its scope.
 class SlowLookUp {
@@ -37,7 +49,6 @@ class SlowLookUp {
         std::unique_lock lock{mutex};
         changed.wait(lock, [] { return waiting == 0; });
     }
-
     static void wait() {
         std::unique_lock lock{mutex};
         ++waiting;
@@ -63,13 +74,59 @@ class SlowLookUp {
     static inline int waiting = 0;
 };
 
+/// No thread can be made within the scope.
+class NoThreads {
+  public:
+    NoThreads() {
+        pthread_getattr_default_np(&usual_);
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, std::numeric_limits<std::size_t>::max() / 4);
+        EXPECT_EQ(0, pthread_setattr_default_np(&attributes));
+        pthread_attr_destroy(&attributes);
+    }
+    ~NoThreads() {
+        pthread_setattr_default_np(&usual_);
+        pthread_attr_destroy(&usual_);
+    }
+
+  private:
+    pthread_attr_t usual_;
+};
+
+std::atomic<int> clientSocket = -1;  // connected last
+std::atomic<bool> nextConnectMeetsItself = false;
+std::atomic<const std::function<int()>*> nextSend = nullptr;  // fails with the error returned
+
+[[nodiscard]] bool failsToSend(int socket) {
+    const auto* const failure = socket == clientSocket ? nextSend.exchange(nullptr) : nullptr;
+    errno = failure != nullptr ? (*failure)() : 0;
+    return failure != nullptr;
+}
+
 }  // namespace
 
-/// The system's look-up, but for three names: "slow.test" waits, "two.test" has two addresses of
-/// which the first refuses, and "none.test" does not exist.
+extern "C" int connect(int socket, const sockaddr* address, socklen_t size) {
+    clientSocket = socket;
+    if (nextConnectMeetsItself.exchange(false)) {
+        EXPECT_EQ(0, ::bind(socket, address, size));
+    }
+    return systemsOwn(&connect, "connect")(socket, address, size);
+}
+
+extern "C" ssize_t send(int socket, const void* data, size_t size, int flags) {
+    return failsToSend(socket) ? -1 : systemsOwn(&send, "send")(socket, data, size, flags);
+}
+
+extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
+    return failsToSend(socket) ? -1 : systemsOwn(&sendmsg, "sendmsg")(socket, message, flags);
+}
+
+/// "slow.test" waits, "two.test" has two addresses of which the first refuses, and "none.test" does
+/// not exist.
 extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints,
                            addrinfo** result) {
-    const auto next = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    const auto next = systemsOwn(&getaddrinfo, "getaddrinfo");
     const std::string name = host == nullptr ? "" : host;
     if ((hints->ai_flags & AI_NUMERICHOST) != 0 || !name.ends_with(".test")) {
         return next(host, service, hints, result);
@@ -92,26 +149,12 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
 
 namespace {
 
-thread_local std::function<void()>* behindUnlock = nullptr;  // once, on this thread
-
-}  // namespace
-
-extern "C" int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
-    static const auto next =
-        reinterpret_cast<decltype(&pthread_mutex_unlock)>(dlsym(RTLD_NEXT, "pthread_mutex_unlock"));
-    const int result = next(mutex);
-    if (const auto* action = std::exchange(behindUnlock, nullptr)) {
-        (*action)();
-    }
-    return result;
-}
-
-namespace {
-
 using namespace Orvik::PushInterface;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
+using testing::Contains;
 using testing::ElementsAre;
+using testing::Not;
 using TestSupport::RecordingClientHandler;
 using TestSupport::ScriptedPeer;
 using TestSupport::UnansweringPeer;
@@ -223,24 +266,23 @@ TEST_F(ClientTest, DispatchesEveryMessage) {
         {"", "onClientError: Unexpected server message: "},
     };
     auto connection = logOn();
+    EXPECT_EQ("onWrite: DEVC id key\n", handler.next(4).back());
     for (const auto& [line, event, asksForInfo] : cases) {
-        SCOPED_TRACE(line);
-        const auto before = handler.events();
-        connection.send(line + "\n");
-        ASSERT_TRUE(handler.await(event, 1 + std::count(before.begin(), before.end(), event)));
-        if (asksForInfo) {
-            EXPECT_EQ("INFO", connection.readLine());
+        Events expected{event, "onRead: " + line};  // the handler is asked first, and told later
+        if (event.starts_with("onClientError")) {
+            std::swap(expected[0], expected[1]);
         }
+        if (asksForInfo) {
+            expected.push_back("onWrite: INFO\n");
+        }
+        connection.send(line + "\n");
+        EXPECT_EQ(expected, handler.next(std::ssize(expected)));
     }
-    connection.send("EROR last\n");
-    ASSERT_TRUE(handler.await("onEror: last"));
     logOff(connection);
-    const auto events = handler.events();
-    EXPECT_EQ(4, std::count(events.begin(), events.end(), "onWrite: INFO\n"));
 }
 
 TEST_F(ClientTest, HandlerCanDeclineEveryAnswer) {
-    handler.clearFlags = true;
+    handler.answers = false;
     client->setDevice("id", "key");
     client.connect(peer.port());
     auto connection = peer.accept();
@@ -253,9 +295,25 @@ TEST_F(ClientTest, HandlerCanDeclineEveryAnswer) {
     logOff(connection);
 }
 
+TEST_F(ClientTest, HandlerCannotInsistOnAnAnswer) {
+    handler.answers = true;
+    client.connect(peer.port());
+    auto connection = peer.accept();
+    connection.send("HELO\nDEVC no\nDEVC\nEROR end\n");  // no id is set
+    ASSERT_TRUE(handler.await("onEror: end"));
+    client->write("nothing before");
+    EXPECT_EQ("nothing before", connection.readLine());
+    logOff(connection);
+}
+
 TEST_F(ClientTest, IdentifiesTheDeviceWhenItIsSet) {
     client.connect(peer.port());
     auto connection = peer.accept();
+    ASSERT_TRUE(handler.await("onConnected"));
+    client->setDevice("early", "key");
+    client->setDevice("", "");
+    client->write("nothing before");
+    EXPECT_EQ("nothing before", connection.readLine());
     connection.send("HELO\nEROR greeted\n");
     ASSERT_TRUE(handler.await("onEror: greeted"));
     client->setDevice("id", "key");
@@ -319,42 +377,84 @@ TEST_F(ClientTest, TriesTheNextAddressSilently) {
     EXPECT_THAT(handler.events(), ElementsAre("onConnected", "onWrite: EXIT\n", "onDisconnected"));
 }
 
-TEST_F(ClientTest, KeepsTryingWhenNobodyListens) {
-    std::uint16_t port = 0;
-    {
-        const ScriptedPeer gone;
-        port = gone.port();
-    }
-    client.connect(port, 1);
-    ASSERT_TRUE(handler.await("onReconnecting: connecting failed", 2));
-    const ScriptedPeer back{port};
-    auto connection = back.accept();
-    ASSERT_TRUE(handler.await("onConnected"));
+TEST_F(ClientTest, TriesAgainWhenNoThreadCanLookUp) {
+    auto first = logOn();
+    std::optional<NoThreads> noThreads{std::in_place};
+    client->connect("two.test", peer.port(), 1);
+    ASSERT_TRUE(handler.await("onReconnecting: connecting failed"));
+    noThreads.reset();
+    auto second = peer.accept();
     const auto events = handler.events();
-    EXPECT_THAT(Events(events.begin(), events.begin() + 3),
-                ElementsAre("onClientError: Could not connect to server",
-                            "onReconnecting: connecting failed",
-                            "onClientError: Could not connect to server"));
-    logOff(connection);
+    EXPECT_THAT(events, Contains("onClientError: Could not connect to server"));
+    EXPECT_THAT(events, Not(Contains("onClientError: Address resolve error")));
+    client->disconnect();
+    first.close();
+    second.close();
 }
 
-TEST_F(ClientTest, ReconnectsAndLogsOnAnewAfterALoss) {
-    auto first = logOn(1);
+TEST_F(ClientTest, MeetingItselfIsAFailedAttempt) {
+    const auto port = peer.port();
+    { const auto gone = std::move(peer); }
+    nextConnectMeetsItself = true;
+    client.connect(port, 1);
+    ASSERT_TRUE(handler.await("onClientError: Could not connect to server"));
+    peer = ScriptedPeer{port};  // what met itself does not hold the port
+    auto connection = peer.accept();
+    ASSERT_TRUE(handler.await("onConnected"));
+    logOff(connection);
+    EXPECT_EQ("onClientError: Could not connect to server", handler.next(1).front());
+}
+
+TEST_F(ClientTest, ReconnectsAfterTheDelayAndLogsOnAnew) {
+    auto first = logOn(100);
+    const auto port = peer.port();
+    { const auto gone = std::move(peer); }
+    EXPECT_EQ("onWrite: DEVC id key\n", handler.next(4).back());
+    const auto begin = std::chrono::steady_clock::now();
     first.reset();
+    EXPECT_THAT(handler.next(6), ElementsAre("onDisconnected", "onReconnecting: auto reconnect",
+                                             "onClientError: Could not connect to server",
+                                             "onReconnecting: connecting failed",
+                                             "onClientError: Could not connect to server",
+                                             "onReconnecting: connecting failed"));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
+    peer = ScriptedPeer{port};
     auto second = peer.accept();
     second.send("HELO\n");
     EXPECT_EQ("DEVC id key", second.readLine());
-    EXPECT_TRUE(handler.await("onDisconnected"));
-    EXPECT_TRUE(handler.await("onReconnecting: auto reconnect"));
     logOff(second);
 }
 
 TEST_F(ClientTest, EndsAfterALossWithoutReconnectDelay) {
-    auto connection = logOn(0);
-    connection.send("cut in mid-li");
-    connection.close();
-    EXPECT_TRUE(client.ends());
-    EXPECT_EQ("onDisconnected", handler.events().back());
+    for (const int delay : {0, -1}) {
+        RunningClient once{&handler};
+        once.connect(peer.port(), delay);
+        auto connection = peer.accept();
+        connection.send("cut in mid-li");
+        connection.close();
+        EXPECT_TRUE(once.ends());
+        EXPECT_EQ("onDisconnected", handler.events().back());
+    }
+}
+
+TEST_F(ClientTest, NoticesAHostThatVanishes) {
+    auto connection = logOn();
+    const struct {
+        int level;
+        int option;
+        int value;
+    } settings[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                    {IPPROTO_TCP, TCP_KEEPIDLE, 60},
+                    {IPPROTO_TCP, TCP_KEEPINTVL, 10},
+                    {IPPROTO_TCP, TCP_KEEPCNT, 6},
+                    {IPPROTO_TCP, TCP_USER_TIMEOUT, 120'000}};
+    for (const auto& [level, option, expected] : settings) {
+        int value = 0;
+        socklen_t size = sizeof value;
+        EXPECT_EQ(0, getsockopt(clientSocket, level, option, &value, &size));
+        EXPECT_EQ(expected, value) << option;
+    }
+    logOff(connection);
 }
 
 TEST_F(ClientTest, RefusesToWriteWithoutConnectionOrAfterLogOff) {
@@ -372,7 +472,29 @@ TEST_F(ClientTest, RefusesToWriteWithoutConnectionOrAfterLogOff) {
     EXPECT_EQ(2, std::count(events.begin(), events.end(), refused));
 }
 
-TEST_F(ClientTest, StopsWritingAtTheFirstLineThatFails) {
+TEST_F(ClientTest, AFailedSendEndsTheConnection) {
+    auto connection = logOn();
+    EXPECT_EQ("onWrite: DEVC id key\n", handler.next(4).back());
+    const std::function<int()> interrupt = [] { return EINTR; };
+    nextSend = &interrupt;
+    client->write("interrupted");
+    EXPECT_EQ("interrupted", connection.readLine());
+    const std::function<int()> fail = [&] {
+        client->write("never");
+        return ENOBUFS;
+    };
+    nextSend = &fail;
+    client->write("lost");
+    EXPECT_EQ("<closed>", connection.readLine());
+    EXPECT_TRUE(client.ends());
+    EXPECT_THAT(handler.events(), Not(Contains("onWrite: never\n")));
+    EXPECT_THAT(handler.next(3), ElementsAre("onWrite: interrupted\n",
+                                             "onClientError: Write failed - socket error: 'lost\n'",
+                                             "onDisconnected"));
+    EXPECT_EQ("onDisconnected", handler.events().back());
+}
+
+TEST_F(ClientTest, ReportsTheLineThatWasBeingWritten) {
     auto connection = logOn();
     const std::string large(32 << 20, 'x');  // more than the system buffers
     client->write(large);
@@ -383,41 +505,69 @@ TEST_F(ClientTest, StopsWritingAtTheFirstLineThatFails) {
     const auto events = handler.events();
     const auto failed = "onClientError: Write failed - socket error: '" + large + "\n'";
     EXPECT_EQ(1, std::count(events.begin(), events.end(), failed));
-    EXPECT_EQ(0, std::count(events.begin(), events.end(), "onWrite: never\n"));
+    EXPECT_THAT(events, Not(Contains("onWrite: never\n")));
 }
 
-TEST_F(ClientTest, DropsWholeBatchesWhileTheServerDoesNotRead) {
+// A server that does not read
+
+const std::string lossBegins =
+    "onClientError: Dropping value batches because the server does not read";
+
+std::string lossEnds(const std::string& what) {
+    return "onClientError: Dropped " + what + " because the server did not read";
+}
+
+TEST_F(ClientTest, DropsWholeBatchesAndKeepsTheNewestErrorBeyondTheLimit) {
     const std::string batch(16 << 20, '7');  // more than the system buffers; three are the limit
-    const std::string errorLine = "@__nimbara_error_msg__=";
-    const std::string begun =
-        "onClientError: Dropping value batches because the server does not read";
-    const std::string ended =
-        "onClientError: Dropped 3 value batches because the server did not read";
     auto connection = logOn();
-    for (const std::string error : {"", "", "", "", "no", ""}) {
+    for (int i = 0; i < 3; ++i) {
         client->write(batch);
-        pushErrorMessage(*client, error);
+        pushErrorMessage(*client, "");
+        pushErrorMessage(*client, "");
     }
-    ASSERT_TRUE(handler.await(begun));
+    pushNamedValue(*client, "large", batch, 0);  // beyond the limit from here on
+    for (const std::string error : {"older", "new"}) {
+        pushErrorMessage(*client, error);
+        client->write(batch);
+    }
+    ASSERT_TRUE(handler.await(lossBegins));
     connection.send("IFCH\n");
     ASSERT_TRUE(handler.await("onIfch"));
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(batch == connection.readLine());
-        EXPECT_EQ(errorLine + "0,", connection.readLine());
+        EXPECT_EQ("@__nimbara_error_msg__=0,", connection.readLine());
+        EXPECT_EQ("@__nimbara_error_msg__=0,", connection.readLine());
     }
-    EXPECT_EQ(errorLine + "2,no", connection.readLine());
-    EXPECT_EQ(errorLine + "0,", connection.readLine());
+    EXPECT_TRUE("@large=16777216," + batch == connection.readLine());
+    EXPECT_EQ("@__nimbara_error_msg__=3,new", connection.readLine());
     EXPECT_EQ("INFO", connection.readLine());
+
+    ASSERT_TRUE(handler.await(lossEnds("2 value batches")));
+    const auto events = handler.events();
+    EXPECT_EQ(1, std::count(events.begin(), events.end(), lossBegins));
+    const auto end = std::find(events.begin(), events.end(), lossEnds("2 value batches"));
+    EXPECT_EQ(3, std::count(events.begin(), end, "onWrite: " + batch + '\n'));  // under a half
     client->write("1=fresh");
     EXPECT_EQ("1=fresh", connection.readLine());
-    ASSERT_TRUE(handler.await(ended));
+    logOff(connection);
+}
 
-    for (int i = 0; i < 6; ++i) {
-        client->write(batch);
-    }
-    ASSERT_TRUE(handler.await(begun, 2));
-    connection.reset();
-    ASSERT_TRUE(handler.await(ended, 2));
+TEST_F(ClientTest, ReportsALossAtTheEndOfItsConnection) {
+    const auto lose = [&] {
+        client->write(std::string(40'000'000, '7'));  // fits, as nothing waits
+        client->write(std::string(40'000'000, '8'));
+    };
+    auto first = logOn(1);
+    lose();
+    ASSERT_TRUE(handler.await(lossBegins));
+    first.reset();
+    EXPECT_TRUE(handler.await(lossEnds("1 value batch")));
+    auto second = peer.accept();
+    ASSERT_TRUE(handler.await("onConnected", 2));
+    lose();
+    client->disconnect();
+    EXPECT_TRUE(handler.await(lossEnds("1 value batch"), 2));
+    second.reset();
 }
 
 // Every state ends
@@ -500,11 +650,14 @@ TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {
 TEST_F(ClientTest, OldConnectionsEndTakesTheNewOnesPlace) {
     auto old = logOn(1);
     const ScriptedPeer other;
-    client->connect("127.0.0.1", other.port(), 1);
+    client->connect("127.0.0.1", other.port(), 300);
     EXPECT_EQ("EXIT", old.readLine());
     auto current = other.accept();
     ASSERT_TRUE(handler.await("onConnected", 2));
     old.close();  // deliberately counts as the loss of the current one
+    ASSERT_TRUE(handler.await("onDisconnected"));
+    client->write("lost");
+    EXPECT_TRUE(handler.await("onClientError: Cannot write without an active connection"));
     ASSERT_TRUE(handler.await("onReconnecting: auto reconnect"));
     auto next = other.accept();
     ASSERT_TRUE(handler.await("onConnected", 3));
@@ -563,21 +716,6 @@ TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
     EXPECT_EQ("", connection.readLine());  // the line feed of the batch itself
     pushErrorMessage(*client, std::string(300, 'e'));
     EXPECT_EQ("@__nimbara_error_msg__=255," + std::string(255, 'e'), connection.readLine());
-}
-
-// Between the strand's taking of the work and the loop's, nothing is pending but what arrives.
-TEST_F(ClientTest, RunsOnWhenALineArrivesAmidAnotherThreadsPost) {
-    client.connect(peer.port());
-    auto connection = peer.accept();
-    ASSERT_TRUE(handler.await("onConnected"));
-    std::function<void()> action = [&] {
-        connection.send("RTCH 1\n");
-        EXPECT_FALSE(client.ends(100ms));
-    };
-    behindUnlock = &action;
-    client->setDevice("id", "key");
-    EXPECT_TRUE(handler.await("onRtch: on"));
-    logOff(connection);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <list>
 #include <map>
 #include <mutex>
@@ -21,10 +22,10 @@ namespace TestSupport {
 enum class Message : std::uint16_t { Hello, Channel, Create = 461, Activate = 467, Read = 631 };
 
 /// What the proxy does with a message. Drop: neither end hears anything any more. Reply: the text,
-/// or the message itself, instead of passing it on. HalfAnswer: and nothing more. Results: the text
-/// takes the place of what was read.
+/// or the message itself, instead of passing it on. HalfAnswer: and nothing more. Flood: 65 MB of
+/// chunks that end no answer. Results: the text takes the place of what was read.
 struct Action {
-    enum Kind { Pass, Close, Reset, Drop, Reply, HalfAnswer, Results };
+    enum Kind { Pass, Close, Reset, Drop, Reply, HalfAnswer, Flood, Results };
     Kind kind = Pass;
     std::string text = {};
     int times = 1;
@@ -138,11 +139,30 @@ class Proxy {
         if (link.answer.kind == Action::HalfAnswer) {
             answer.resize(answer.size() / 2);
             link.isSilent = true;
+        } else if (link.answer.kind == Action::Flood) {
+            answer = flood(answer);
+            link.isSilent = true;
         } else if (link.answer.kind == Action::Results) {
             answer = answer.substr(0, 52) + link.answer.text + "\xFF\xFF\xFF\xFF";
             answer[4] = static_cast<char>(answer.size());
         }
         return !answer.empty() && send(link.client, answer);
+    }
+
+    /// Chunks that are numbered on from the one of the answer.
+    static std::string flood(std::string answer) {
+        constexpr std::uint32_t size = 65000;
+        std::uint32_t sequence = 0;
+        std::memcpy(&sequence, answer.data() + 16, sizeof sequence);
+        answer.resize(size);
+        answer[3] = 'C';
+        std::memcpy(answer.data() + 4, &size, sizeof size);
+        std::string text;
+        for (int chunk = 0; chunk < 1000; ++chunk, ++sequence) {
+            std::memcpy(answer.data() + 16, &sequence, sizeof sequence);
+            text += answer;
+        }
+        return text;
     }
 
     static Message messageOf(std::string_view text) {

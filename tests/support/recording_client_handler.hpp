@@ -7,8 +7,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <iterator>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -18,9 +21,9 @@ namespace TestSupport {
 /// Records what a client reports, as "operation: text". May throw or clear flags on demand.
 class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler {
   public:
-    /// Called inside every operation, behind the record; may throw.
+    /// Called inside every operation, after it was recorded; may throw.
     std::function<void(const std::string& operation)> during = [](const std::string&) {};
-    bool clearFlags = false;  ///< decline every automatic answer
+    std::optional<bool> answers;  ///< what every flag is set to: decline or insist
 
     [[nodiscard]] std::vector<std::string> events() const {
         const std::lock_guard lock{mutex_};
@@ -37,6 +40,16 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
         return came;
     }
 
+    /// Waits for so many events after those that this returned before. @return them
+    [[nodiscard]] std::vector<std::string> next(std::ptrdiff_t count) {
+        std::unique_lock lock{mutex_};
+        const auto first = std::exchange(seen_, seen_ + count);
+        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds{20},
+                                      [&] { return std::ssize(events_) >= seen_; }));
+        seen_ = std::min(seen_, std::ssize(events_));
+        return {events_.begin() + first, events_.begin() + seen_};
+    }
+
     void onConnected() override { record("onConnected"); }
     void onReconnecting(const std::string& reason) override { record("onReconnecting", reason); }
     void onDisconnected() override { record("onDisconnected"); }
@@ -44,20 +57,20 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
     void onWrite(const std::string& line) override { record("onWrite", line); }
     void onClientError(const std::string& text) override { record("onClientError", text); }
     void onHelo(const std::string& text, bool& sendDevc) override {
-        clear(sendDevc);
+        decide(sendDevc);
         record("onHelo", text);
     }
     void onDevc(bool accepted, bool& requestInfo) override {
-        clear(requestInfo);
+        decide(requestInfo);
         record("onDevc", accepted ? "accepted" : "refused");
     }
     void onInfo(const std::string& info) override { record("onInfo", info); }
     void onIfch(bool& requestInfo) override {
-        clear(requestInfo);
+        decide(requestInfo);
         record("onIfch");
     }
     void onIfch(const std::string& argument, bool& requestInfo) override {
-        clear(requestInfo);
+        decide(requestInfo);
         record("onIfch", argument);
     }
     void onRtch(bool on) override { record("onRtch", on ? "on" : "off"); }
@@ -67,7 +80,7 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
     void onToof(const std::string& text) override { record("onToof", text); }
 
   private:
-    void clear(bool& flag) const { flag = flag && !clearFlags; }
+    void decide(bool& flag) const { flag = answers.value_or(flag); }
 
     void record(const std::string& operation) { add(operation, operation); }
     void record(const std::string& operation, const std::string& text) {
@@ -85,6 +98,7 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> events_;
+    std::ptrdiff_t seen_ = 0;  ///< by `next`
 };
 
 }  // namespace TestSupport

@@ -15,7 +15,8 @@ using Tools::UsageError;
 constexpr auto introduction = R"(Usage: opcua-simulator --description=FILE|--tags=N [OPTION]...
 
 Serves the tags of a device description with values that move, or tags that it
-makes up. The first line of the output names the address and port it listens on.
+makes up, with the node ids ns=1;i=1 to ns=1;i=N, in folders of a hundred. The
+first line of the output names the address and port it listens on.
 
 Options)";
 
@@ -62,6 +63,13 @@ Tools::CommandLine describe(Options& options, std::vector<std::string>& faults) 
                 "let sessions live at most S seconds without a request; default: 3600")
         .number("channel-lifetime", "S", options.channelLifetime, one, most,
                 "let channels live at most S seconds without renewal; default: 600")
+        .number("max-nodes", "N", options.maxNodes, one, most,
+                "refuse Read and Browse requests for more nodes; default: any number")
+        .number("max-references", "N", options.maxReferences, one, most,
+                "return at most N references of a node at once, the rest with BrowseNext; default: "
+                "all")
+        .flag("odd", options.odd,
+              "serve what cannot be pulled, too: an array, a date, a cycle of references, ...")
         .texts("fault", "FAULT", faults,
                "KIND@NODEID: always; KIND:EVERY:FOR@NODEID: every so many seconds, for so many; "
                "may be given more than once")

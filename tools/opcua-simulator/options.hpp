@@ -25,6 +25,9 @@ struct Options {
     std::uint16_t maxSessions = 1000;
     std::uint16_t sessionTimeout = 3600;  ///< seconds
     std::uint16_t channelLifetime = 600;  ///< seconds
+    std::uint16_t maxNodes = 0;           ///< in a Read or Browse request; 0 for any number
+    std::uint16_t maxReferences = 0;      ///< in a Browse result; 0 for any number
+    bool odd = false;                     ///< serve what cannot be pulled, too
     std::vector<Fault> faults;
     bool verbose = false;
 };

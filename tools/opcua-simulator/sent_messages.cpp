@@ -43,8 +43,10 @@ void SentMessages::inspect(char* data, std::size_t size) {
     if (url_.empty()) {
         return;
     }
-    for (auto at = message.find(url_); at != std::string_view::npos; at = message.find(url_, at)) {
+    auto at = message.find(url_);
+    while (at != std::string_view::npos) {
         replacement_.copy(data + at, replacement_.size());
+        at = message.find(url_, at + replacement_.size());  // which may hold the URL again
     }
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-simulator/server.hpp"
 
-#include "opcua/status_code_name.hpp"
+#include "opcua-simulator/address_space.hpp"
+#include "opcua-simulator/odd_nodes.hpp"
+#include "opcua-simulator/require.hpp"
 
 #include <algorithm>
 #include <cstdarg>
@@ -19,12 +21,6 @@
 
 namespace OpcUaSimulator {
 namespace {
-
-void require(UA_StatusCode status, const std::string& what) {
-    if (status != UA_STATUSCODE_GOOD) {
-        throw std::runtime_error{what + ": " + std::string{PullappOpcUa::statusCodeName(status)}};
-    }
-}
 
 /// "opc.tcp://HOST:PORT", an IPv6 address in brackets.
 std::string urlOf(const std::string& host, std::uint16_t port) {
@@ -82,10 +78,15 @@ Server::Server(const Options& options, const PullappOpcUa::Device& device) {
         throw std::runtime_error{"cannot make the server"};
     }
     addVariables(device);
+    if (options.odd) {
+        addOddNodes(*server_);
+    }
     for (const auto& fault : options.faults) {
         add(fault);
     }
     require(UA_Server_run_startup(server_.get()), "cannot start the server");
+    // Not before: the stack browses while it makes its own nodes
+    UA_Server_getConfig(server_.get())->maxReferencesPerNode = options.maxReferences;
     counters_ = {};  // the stack reads a new variable to check its type
 }
 
@@ -101,6 +102,8 @@ void Server::configure(UA_ServerConfig& config, const Options& options) {
     config.maxSessions = options.maxSessions;
     config.maxSecureChannels =
         static_cast<UA_UInt16>(std::clamp<int>(options.maxSessions + 10, 100, UA_UINT16_MAX));
+    config.maxNodesPerRead = options.maxNodes;
+    config.maxNodesPerBrowse = options.maxNodes;
     config.maxSessionTimeout = options.sessionTimeout * 1000.0;
     config.maxSecurityTokenLifetime = options.channelLifetime * 1000U;
     if (!options.user.empty()) {
@@ -125,36 +128,10 @@ void Server::countEndsOfSessions(UA_AccessControl& accessControl) {
 }
 
 void Server::addVariables(const PullappOpcUa::Device& device) {
+    AddressSpace space{*server_};
     for (std::size_t i = 0; i < device.tags.size(); ++i) {
-        const auto& nodeId = device.readRequest.nodesToRead[i].nodeId;
-        addNamespacesUpTo(nodeId.namespaceIndex);
         variables_.push_back(std::make_unique<Variable>(device.tags[i], i, counters_));
-        addVariable(*variables_.back(), nodeId);
-    }
-}
-
-void Server::addNamespacesUpTo(std::size_t index) {
-    for (; namespaces_ <= index; ++namespaces_) {
-        const auto uri = "urn:opcua-simulator:" + std::to_string(namespaces_);
-        UA_Server_addNamespace(server_.get(), uri.c_str());
-    }
-}
-
-void Server::addVariable(Variable& variable, const UA_NodeId& nodeId) {
-    auto address = variable.tag().address;
-    auto attributes = UA_VariableAttributes_default;
-    attributes.displayName = UA_LOCALIZEDTEXT(const_cast<char*>(""), address.data());
-    attributes.dataType = UA_TYPES[UA_TYPES_VARIANT].typeId;  // faults change the type
-    attributes.valueRank = UA_VALUERANK_ANY;
-    attributes.accessLevel = UA_ACCESSLEVELMASK_READ;
-    const auto status = UA_Server_addDataSourceVariableNode(
-        server_.get(), nodeId, UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER),
-        UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
-        UA_QUALIFIEDNAME(nodeId.namespaceIndex, address.data()),
-        UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attributes, {read, nullptr}, &variable,
-        nullptr);
-    if (status != UA_STATUSCODE_BADNODEIDEXISTS) {  // two tags may share a node
-        require(status, "cannot serve " + address);
+        space.addVariable(*variables_.back(), device.readRequest.nodesToRead[i].nodeId, read);
     }
 }
 

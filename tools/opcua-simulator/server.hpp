@@ -53,8 +53,6 @@ class Server {
     void countEndsOfSessions(UA_AccessControl& accessControl);
     [[nodiscard]] std::uint64_t aliveSessions() const { return sent_.sessions() - endedSessions_; }
     void addVariables(const PullappOpcUa::Device& device);
-    void addNamespacesUpTo(std::size_t index);
-    void addVariable(Variable& variable, const UA_NodeId& nodeId);
     void add(const Fault& fault);
     [[nodiscard]] static Clock::duration cast(Seconds seconds) {
         return std::chrono::duration_cast<Clock::duration>(seconds);
@@ -66,11 +64,10 @@ class Server {
 
     Clock::time_point start_ = Clock::now();
     Clock::time_point silentUntil_ = start_;
-    Seconds now_{0};  ///< of all that one iteration serves, since a clock per value is dear
+    Seconds now_{0};  ///< time of this iteration; one clock read serves all values
     UA_DateTime wallClock_ = UA_DateTime_now();  ///< the same
     std::uint16_t port_ = 0;
-    std::size_t namespaces_ = 2;  ///< the standard's and the server's own
-    SentMessages sent_;           ///< outlives the server
+    SentMessages sent_;  ///< outlives the server
     Counters counters_;
     decltype(UA_AccessControl::closeSession) closeSession_ = nullptr;
     std::uint64_t endedSessions_ = 0;

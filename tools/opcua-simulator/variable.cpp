@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-simulator/variable.hpp"
 
+#include "opcua/value.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -99,59 +101,33 @@ UA_StatusCode Variable::fail(FaultKind kind, UA_DataValue& result) {
             return UA_STATUSCODE_GOODNODATA;
         case FaultKind::OtherType:
             store(value_, std::int64_t{1});
-            return refer(result, value_,
-                         tag_->tagType == TagType::Int32 ? UA_TYPES_INT64 : UA_TYPES_INT32);
+            return refer(
+                result, value_,
+                UA_TYPES[tag_->tagType == TagType::Int32 ? UA_TYPES_INT64 : UA_TYPES_INT32]);
         case FaultKind::NullString:
             string_ = {0, nullptr};
-            return refer(result, &string_, UA_TYPES_STRING);
+            return refer(result, &string_, UA_TYPES[UA_TYPES_STRING]);
         case FaultKind::Array:
             return refer(result, value_, type(), tag_->tagType == TagType::String ? 1 : 2);
         case FaultKind::LongText:
             text_.assign(longText, 'x');
             string_ = {text_.size(), reinterpret_cast<UA_Byte*>(text_.data())};
-            return refer(result, &string_, UA_TYPES_STRING);
+            return refer(result, &string_, UA_TYPES[UA_TYPES_STRING]);
     }
     return UA_STATUSCODE_BADINTERNALERROR;
 }
 
-UA_StatusCode Variable::refer(UA_DataValue& result, const void* data, std::size_t type,
+UA_StatusCode Variable::refer(UA_DataValue& result, const void* data, const UA_DataType& type,
                               std::size_t arrayLength) {
-    UA_Variant_setScalar(&result.value, const_cast<void*>(data), &UA_TYPES[type]);
+    UA_Variant_setScalar(&result.value, const_cast<void*>(data), &type);
     result.value.arrayLength = arrayLength;
     result.value.storageType = UA_VARIANT_DATA_NODELETE;
     result.hasValue = true;
     return UA_STATUSCODE_GOOD;
 }
 
-std::size_t Variable::type() const noexcept {
-    switch (tag_->tagType) {
-        case TagType::Bool:
-            return UA_TYPES_BOOLEAN;
-        case TagType::Int8:
-            return UA_TYPES_SBYTE;
-        case TagType::UInt8:
-            return UA_TYPES_BYTE;
-        case TagType::Int16:
-            return UA_TYPES_INT16;
-        case TagType::UInt16:
-            return UA_TYPES_UINT16;
-        case TagType::Int32:
-            return UA_TYPES_INT32;
-        case TagType::UInt32:
-            return UA_TYPES_UINT32;
-        case TagType::Int64:
-            return UA_TYPES_INT64;
-        case TagType::UInt64:
-            return UA_TYPES_UINT64;
-        case TagType::Float:
-            return UA_TYPES_FLOAT;
-        case TagType::Double:
-            return UA_TYPES_DOUBLE;
-        case TagType::String:
-        case TagType::Unknown:
-            break;
-    }
-    return UA_TYPES_STRING;
+const UA_DataType& Variable::type() const noexcept {
+    return *PullappOpcUa::dataTypeOf(tag_->tagType);  // of a described tag, which has one
 }
 
 }  // namespace OpcUaSimulator

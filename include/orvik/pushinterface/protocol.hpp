@@ -55,22 +55,11 @@ struct Message {
     return std::nullopt;
 }
 
-/// The most characters of an integer in decimal, sign included.
-template <std::integral Integer>
-inline constexpr std::size_t decimalSize = std::numeric_limits<Integer>::digits10 + 2;
-
-/// Writes an integer in decimal; never reads a locale. @param out room for `decimalSize` characters
-/// @return behind the last one
-template <std::integral Integer>
-char* writeDecimal(char* out, Integer value) {
-    return std::to_chars(out, out + decimalSize<Integer>, value).ptr;
-}
-
-/// The same behind a text.
+/// Appends an integer in decimal; never reads a locale.
 template <std::integral Integer>
 void appendDecimal(std::string& text, Integer value) {
-    char digits[decimalSize<Integer>];
-    const char* end = writeDecimal(digits, value);
+    char digits[std::numeric_limits<Integer>::digits10 + 2];  // the sign included
+    const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
     text.append(std::string_view{digits, end});  // as iterators they would take a slower way
 }
 
@@ -95,22 +84,10 @@ inline void appendStringValue(std::string& text, std::string_view value, std::si
     return text;
 }
 
-/// The most characters of a tag id with its "=".
-inline constexpr std::size_t tagIdSize = decimalSize<std::uint16_t> + 1;
-
-/// Begins one line of a value batch; the value text and a line feed follow. @param out room for
-/// `tagIdSize` characters @return behind the last one
-inline char* writeTagId(char* out, std::uint16_t id) {
-    out = writeDecimal(out, id);
-    *out = '=';
-    return out + 1;
-}
-
-/// The same behind a text.
+/// Begins one line of a value batch; the value text and a line feed follow.
 inline void appendTagId(std::string& batch, std::uint16_t id) {
-    char text[tagIdSize];
-    const char* end = writeTagId(text, id);
-    batch.append(std::string_view{text, end});
+    appendDecimal(batch, id);
+    batch += '=';
 }
 
 /// A value addressed by tag name rather than by number.

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include <boost/asio/bind_executor.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -56,10 +57,9 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     /// Queues work on the client thread. May be called from any thread.
     template <typename Work>
     void post(Work&& work) {
-        // The strand takes the work before the loop counts it. Nothing else might be pending in
-        // between, and `run` would end
-        const auto pending = boost::asio::make_work_guard(loop_);
-        boost::asio::post(strand_, std::forward<Work>(work));
+        // To the loop, which counts it at once: a strand would take it first, and where nothing
+        // else is pending in between, `run` would end
+        boost::asio::post(loop_, boost::asio::bind_executor(strand_, std::forward<Work>(work)));
     }
 
     // What the front object asks for; on the strand
@@ -156,8 +156,9 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
                     Tcp::resolver{unused}.resolve(host, port, lookUpFlags, error);
                 post([=, this] { handleResolve(connection, error, endpoints.begin()); });
             }}.detach();
-        } catch (const boost::thread_resource_error& failure) {
-            handleResolve(connection, failure.code(), {});
+        } catch (const boost::thread_resource_error&) {  // for now: the name may well exist
+            resolving_.reset();
+            connectNext(connection, {});
         }
     }
 
@@ -200,15 +201,12 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         if (connection != attempt_) {
             return;
         }
-        if (error) {
+        if (error || connection->closeIfConnectedToItself()) {
             connectNext(connection, rest);
             return;
         }
         attempt_.reset();
-        ErrorCode ignored;
-        // Else the short line behind each batch would wait for the batch to be acknowledged
-        connection->socket.set_option(Tcp::no_delay{true}, ignored);
-        connection->socket.non_blocking(true, ignored);
+        connection->configureSocket();
         notify("onConnected", &ClientHandler::onConnected);
         closeConnections([](const Connection& other) { return other.readEnded; });
         connections_.push_back(connection);
@@ -336,29 +334,27 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     // Writing
 
-    /// Value batches are dropped whole while the backlog is full, and other lines never; but what
-    /// only repeats the line in front of it says nothing new once batches in between are gone.
+    /// While the backlog is full, value batches are dropped whole, and of a named value only the
+    /// newest is kept.
     [[nodiscard]] bool admit(Connection& connection, const std::string& message) {
-        const auto& queue = connection.sendQueue;
+        auto& queue = connection.sendQueue;
+        if (queue.hasRoomFor(message)) {
+            return true;
+        }
         if (isNamedValue(message)) {
-            return connection.droppedBatches == 0 || !queue.endsWith(message + '\n');
+            return !queue.replaceLast(message + '\n');
         }
-        if (!queue.hasRoomFor(message)) {
-            if (connection.droppedBatches++ == 0) {
-                notifyClientError("Dropping value batches because the server does not read");
-            }
-            return false;
+        if (connection.droppedBatches++ == 0) {
+            notifyClientError("Dropping value batches because the server does not read");
         }
-        if (queue.backlog() < SendQueue::backlogLimit / 2) {  // not with every batch that just fits
-            reportLoss(connection);
-        }
-        return true;
+        return false;
     }
 
     void reportLoss(Connection& connection) {
         if (const auto count = std::exchange(connection.droppedBatches, 0); count != 0) {
             notifyClientError("Dropped " + std::to_string(count) +
-                              " value batches because the server did not read");
+                              (count == 1 ? " value batch" : " value batches") +
+                              " because the server did not read");
         }
     }
 
@@ -367,7 +363,8 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         constexpr int linesPerStep = 16;  // a long queue must not keep all else waiting
         for (int i = 0; i < linesPerStep && !connection->sendQueue.empty(); ++i) {
             const auto error = connection->sendFront();
-            if (error == boost::asio::error::would_block) {
+            if (error == boost::asio::error::would_block ||
+                error == boost::asio::error::interrupted) {
                 awaitRoom(connection);
                 return;
             }
@@ -395,8 +392,13 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         auto& queue = connection.sendQueue;
         if (error) {  // the line stays where it is, so that nothing more is written
             notifyClientError("Write failed - socket error: '" + queue.front() + "'");
-        } else {
-            notify("onWrite", &ClientHandler::onWrite, queue.pop());
+            ErrorCode ignored;  // the read side then notices; not every failure breaks a connection
+            connection.socket.shutdown(Tcp::socket::shutdown_both, ignored);
+            return;
+        }
+        notify("onWrite", &ClientHandler::onWrite, queue.pop());
+        if (queue.backlog() < SendQueue::backlogLimit / 2) {  // not with every batch that just fits
+            reportLoss(connection);
         }
     }
 

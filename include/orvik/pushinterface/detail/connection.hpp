@@ -7,11 +7,14 @@
 #include <memory>
 #include <optional>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/socket_base.hpp>
 #include <boost/asio/streambuf.hpp>
 #include <boost/system/error_code.hpp>
 
@@ -26,6 +29,42 @@ struct Connection {
     template <typename Executor>
     explicit Connection(const Executor& executor) : socket{executor} {
         renewReadBuffer();
+    }
+
+    /// A connect can meet itself when nobody listens and the system picks the steward's port as the
+    /// local one. It must not hold that port, not even for the time that a closed connection does.
+    [[nodiscard]] bool closeIfConnectedToItself() {
+        boost::system::error_code ignored;
+        if (socket.local_endpoint(ignored) != socket.remote_endpoint(ignored)) {
+            return false;
+        }
+        socket.set_option(boost::asio::socket_base::linger{true, 0}, ignored);
+        socket.close(ignored);
+        return true;
+    }
+
+    /// Sets up the socket once it is connected.
+    void configureSocket() {
+        boost::system::error_code ignored;
+        socket.non_blocking(true, ignored);
+        static constexpr struct {
+            int level;
+            int name;
+            int value;
+        } options[] = {
+            // Else the short line after each batch would wait for the batch to be acknowledged
+            {IPPROTO_TCP, TCP_NODELAY, 1},
+            // A host that vanishes is noticed after two minutes, whether or not lines are on the
+            // way
+            {SOL_SOCKET, SO_KEEPALIVE, 1},
+            {IPPROTO_TCP, TCP_KEEPIDLE, 60},   // seconds without traffic
+            {IPPROTO_TCP, TCP_KEEPINTVL, 10},  // seconds, and so often:
+            {IPPROTO_TCP, TCP_KEEPCNT, 6},
+            {IPPROTO_TCP, TCP_USER_TIMEOUT, 120'000},  // milliseconds
+        };
+        for (const auto& [level, name, value] : options) {
+            ::setsockopt(socket.native_handle(), level, name, &value, sizeof value);
+        }
     }
 
     /// Makes it small again. It must be empty.

@@ -35,9 +35,17 @@ class SendQueue {
         return lines_.empty() || backlog_ + costOf(batch) <= backlogLimit;
     }
 
-    /// Whether the same line was queued last and is not being written yet.
-    [[nodiscard]] bool endsWith(const std::string& line) const noexcept {
-        return lines_.size() > 1 && lines_.back() == line;
+    /// Puts a named value in the place of the last line if that has the same name and is not being
+    /// written yet. @return whether it did
+    [[nodiscard]] bool replaceLast(const std::string& line) {
+        const auto name = line.substr(0, line.find('=') + 1);
+        if (lines_.size() < 2 || !lines_.back().starts_with(name)) {
+            return false;
+        }
+        backlog_ -= costOf(lines_.back());
+        lines_.pop_back();
+        push(line);
+        return true;
     }
 
     void push(std::string line) {
@@ -57,8 +65,9 @@ class SendQueue {
     }
 
   private:
+    /// The line, its object in the queue, and at most as much again for the memory's management.
     static std::size_t costOf(const std::string& line) noexcept {
-        return sizeof(std::string) + line.size();
+        return 2 * sizeof(std::string) + line.size();
     }
 
     void returnMemory() noexcept {
