@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/device.hpp"
 
-#include <algorithm>
-
 namespace PullappOpcUa {
 namespace {
 
 constexpr const char* notSupported = "Not supported";
-
-UA_Guid guidOf(const Guid& guid) {
-    UA_Guid result{guid.data1, guid.data2, guid.data3, {}};
-    std::ranges::copy(guid.data4, result.data4);
-    return result;
-}
 
 /// Refers to the tag's own text.
 UA_NodeId nodeIdOf(Tag& tag) {
@@ -21,7 +13,7 @@ UA_NodeId nodeIdOf(Tag& tag) {
         case IdentifierType::String:
             return UA_NODEID_STRING(index, tag.stringIdentifier.data());
         case IdentifierType::Guid:
-            return UA_NODEID_GUID(index, guidOf(tag.guidIdentifier));
+            return UA_NODEID_GUID(index, tag.guidIdentifier);
         case IdentifierType::Numeric:
             break;
     }

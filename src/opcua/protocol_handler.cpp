@@ -5,7 +5,6 @@
 #include "opcua/status_code_name.hpp"
 
 #include <chrono>
-#include <utility>
 
 #include <boost/asio/ip/address.hpp>
 #include <boost/system/error_code.hpp>
@@ -45,24 +44,25 @@ void ProtocolHandler::disconnect(Device& /*device*/) {
     session_.close();
 }
 
-std::string ProtocolHandler::readAll(const Device& device, ReadResponse& response) {
-    response = session_.read(device.readRequest);
+std::pair<std::string, ReadResponse> ProtocolHandler::readAll(const Device& device) {
+    auto response = session_.read(device.readRequest);
     const auto status = statusOf(response, device.tags.size());
-    return status == UA_STATUSCODE_GOOD ? std::string{} : std::string{statusCodeName(status)};
+    const auto error = status == UA_STATUSCODE_GOOD ? std::string_view{} : statusCodeName(status);
+    return {std::string{error}, std::move(response)};
 }
 
 std::string ProtocolHandler::verifyTags(Device& device) {
-    ReadResponse response;
-    if (auto error = readAll(device, response); !error.empty()) {
-        return error;
+    const auto [failure, response] = readAll(device);
+    if (!failure.empty()) {
+        return failure;
     }
     return checkTypes(device, response);
 }
 
 std::string ProtocolHandler::pullData(Device& device, Orvik::PushInterface::Client& client) {
-    ReadResponse response;
-    if (auto error = readAll(device, response); !error.empty()) {
-        return error;
+    const auto [failure, response] = readAll(device);
+    if (!failure.empty()) {
+        return failure;
     }
     std::string batch;
     batch.reserve(batchSize_ + batchSize_ / 8);

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace PullappOpcUa {
 
@@ -42,7 +43,8 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
     [[nodiscard]] std::string keepAlive(Device& /*device*/) override { return {}; }
 
   private:
-    [[nodiscard]] std::string readAll(const Device& device, ReadResponse& response);
+    /// @return what went wrong, empty if nothing; and the response, with one result for each tag
+    [[nodiscard]] std::pair<std::string, ReadResponse> readAll(const Device& device);
 
     Session session_;
     std::size_t batchSize_ = 0;  // of the last batch, in bytes: the next one is much like it

@@ -1,22 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "opcua/stack.hpp"
+
 #include "orvik/pushinterface/tag.hpp"
 
-#include <array>
 #include <cstdint>
 #include <string>
 
 namespace PullappOpcUa {
 
 enum class IdentifierType : std::int32_t { Numeric = 0, String = 1, Guid = 2 };
-
-struct Guid {
-    std::uint32_t data1 = 0;
-    std::uint16_t data2 = 0;
-    std::uint16_t data3 = 0;
-    std::array<std::uint8_t, 8> data4{};
-};
 
 /// A variable of an OPC UA server; the identifier's type tells which of the identifiers counts.
 class Tag : public Orvik::PushInterface::Tag {
@@ -33,10 +27,10 @@ class Tag : public Orvik::PushInterface::Tag {
     std::uint32_t namespaceIndex = 0;  ///< only the low 16 bits reach the server
     std::uint32_t numericIdentifier = 0;
     std::string stringIdentifier;
-    Guid guidIdentifier;
+    UA_Guid guidIdentifier{};
 
   private:
-    [[nodiscard]] std::string parseIdentifier(const std::string& part);
+    [[nodiscard]] std::string parseIdentifier(const std::string& part, bool& found);
 };
 
 }  // namespace PullappOpcUa
