@@ -50,7 +50,7 @@ UA_StatusCode Variable::read(Seconds now, UA_DataValue& result) {
     if (fault != faults_.end()) {
         return fail(fault->kind, result);
     }
-    return refer(result, value_, type());
+    return refer(result, value_, dataType());
 }
 
 void Variable::move(Seconds now) {
@@ -108,7 +108,7 @@ UA_StatusCode Variable::fail(FaultKind kind, UA_DataValue& result) {
             string_ = {0, nullptr};
             return refer(result, &string_, UA_TYPES[UA_TYPES_STRING]);
         case FaultKind::Array:
-            return refer(result, value_, type(), tag_->tagType == TagType::String ? 1 : 2);
+            return refer(result, value_, dataType(), tag_->tagType == TagType::String ? 1 : 2);
         case FaultKind::LongText:
             text_.assign(longText, 'x');
             string_ = {text_.size(), reinterpret_cast<UA_Byte*>(text_.data())};
@@ -126,7 +126,7 @@ UA_StatusCode Variable::refer(UA_DataValue& result, const void* data, const UA_D
     return UA_STATUSCODE_GOOD;
 }
 
-const UA_DataType& Variable::type() const noexcept {
+const UA_DataType& Variable::dataType() const noexcept {
     return *PullappOpcUa::dataTypeOf(tag_->tagType);  // of a described tag, which has one
 }
 

@@ -34,7 +34,7 @@ class Variable {
     [[nodiscard]] const PullappOpcUa::Tag& tag() const noexcept { return *tag_; }
 
     /// Type of its values while there is no fault.
-    [[nodiscard]] const UA_DataType& dataType() const noexcept { return UA_TYPES[type()]; }
+    [[nodiscard]] const UA_DataType& dataType() const noexcept;
 
     /// Puts a fault before all others, and forgets those that are over when it begins.
     void add(const Fault& fault);
@@ -48,7 +48,6 @@ class Variable {
     UA_StatusCode fail(FaultKind kind, UA_DataValue& result);
     static UA_StatusCode refer(UA_DataValue& result, const void* data, const UA_DataType& type,
                                std::size_t arrayLength = 0);
-    [[nodiscard]] const UA_DataType& type() const noexcept;
 
     std::shared_ptr<const PullappOpcUa::Tag> tag_;
     std::size_t index_;
