@@ -90,10 +90,12 @@ class CapturedLog {
 /// The daemon as built, with its system log captured.
 class Daemon {
   public:
-    explicit Daemon(std::uint16_t stewardPort, std::vector<std::string> more = {})
+    /// @param failure "function place error": this call of a function fails in the daemon
+    explicit Daemon(std::uint16_t stewardPort, std::vector<std::string> more = {},
+                    const std::string& failure = {})
         : process_{arguments(stewardPort, std::move(more)),
                    {"SYSLOG_CAPTURE=" + log_.path(), "LD_PRELOAD=" DAEMON_PRELOAD_PATH,
-                    sanitizerOptions()}} {}
+                    "FAIL=" + failure, sanitizerOptions()}} {}
 
     [[nodiscard]] const CapturedLog& log() const { return log_; }
     [[nodiscard]] Process& process() { return process_; }

@@ -2,17 +2,24 @@
 /*
  * Preloaded into the daemon by tests. What it hands to the system log goes, one line per record, to
  * the file that SYSLOG_CAPTURE names: "identity <priority> text". The host name "never.test" is
- * looked up for ever. The wall clock is set hours forth and back between any two looks at it.
+ * looked up for ever. The wall clock is set hours forward or back between any two looks at it.
+ * FAIL="function place error" makes one call of a function fail, and logs that.
  */
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <netdb.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/timerfd.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -71,6 +78,48 @@ int getaddrinfo(const char* host, const char* service, const struct addrinfo* hi
     *(void**)&next = dlsym(RTLD_NEXT, "getaddrinfo");
     return next(host, service, hints, result);
 }
+
+static char failing_function[32];
+static _Atomic int calls_until_failure;
+static int failure;
+
+__attribute__((constructor)) static void read_failure(void) {
+    const char* const text = getenv("FAIL");
+    int place = 0;
+    if (text != NULL && sscanf(text, "%31s %d %d", failing_function, &place, &failure) == 3) {
+        calls_until_failure = place;
+    }
+}
+
+static int fails(const char* function) {
+    if (strcmp(function, failing_function) != 0 || --calls_until_failure != 0) {
+        return 0;
+    }
+    syslog(LOG_DEBUG, "0 failed: %s", function);
+    errno = failure;
+    return 1;
+}
+
+#define FAILABLE(type, name, parameters, arguments, result) \
+    type name parameters {                                  \
+        type(*next) parameters = NULL;                      \
+        if (fails(#name)) {                                 \
+            return result;                                  \
+        }                                                   \
+        *(void**)&next = dlsym(RTLD_NEXT, #name);           \
+        return next arguments;                              \
+    }
+
+/* Also what it returns where clone or the mmap of the stack fails. */
+FAILABLE(int, pthread_create,
+         (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*), void* of),
+         (thread, attributes, start, of), failure)
+FAILABLE(int, epoll_create1, (int flags), (flags), -1)
+FAILABLE(int, eventfd, (unsigned count, int flags), (count, flags), -1)
+FAILABLE(int, timerfd_create, (int clock, int flags), (clock, flags), -1)
+FAILABLE(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1)
+FAILABLE(ssize_t, send, (int to, const void* bytes, size_t size, int flags),
+         (to, bytes, size, flags), -1)
 
 static time_t jump(void) {
     static _Atomic unsigned looks = 0;
