@@ -2,7 +2,8 @@
 #include "opcua/protocol_handler.hpp"
 
 #include "support.hpp"
-#include "support/opcua_test_server.hpp"
+#include "support/scripted_peer.hpp"
+#include "support/simulated_server.hpp"
 
 #include <cstring>
 #include <filesystem>
@@ -252,11 +253,11 @@ int run(Edits edits, std::uint16_t genuine = 0) {
 
 /// Shows the server what a genuine one answers. @return whether all went well
 bool teach() {
-    TestSupport::OpcUaTestServer genuine{{.username = "user", .password = "user"}};
-    genuine.set("1", true, UA_TYPES_BOOLEAN);
-    genuine.set("10", std::int32_t{-1}, UA_TYPES_INT32);
-    genuine.set("7", 0.1, UA_TYPES_DOUBLE);
-    genuine.set<UA_String>("3", UA_STRING_STATIC("a\nb"), UA_TYPES_STRING);
+    Device device;
+    addTags(device);
+    OpcUaSimulator::Options options;
+    options.user = options.password = "user";
+    const TestSupport::SimulatedServer genuine{device, options};
     return run({}, genuine.port()) == 2;
 }
 

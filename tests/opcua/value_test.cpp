@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/value.hpp"
 
-#include "support/opcua_test_server.hpp"
+#include "support/opcua_values.hpp"
 
 #include <cmath>
 #include <limits>
