@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
         Orvik::PushInterface::Client>
         application;
     const std::string notice = "Copyright (c) 2026 The Orvik contributors. MIT License.";
-    const std::string version = "0.2.0";
+    const std::string version = ORVIK_VERSION;
     const std::string protocolName = "opc-ua";
     return application.run(argc, argv, protocolName, version, notice);
 }

@@ -4,8 +4,10 @@
 
 #include "support/recording_sink.hpp"
 
-#include <cstdarg>
-#include <cstdio>
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <iomanip>
 #include <regex>
 #include <sstream>
@@ -13,44 +15,9 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
-
-namespace {
-
-/// What this process hands to the system log.
-struct SystemLog {
-    std::string identity;
-    int option = -1;
-    int facility = -1;
-    std::vector<std::pair<int, std::string>> records;
-};
-SystemLog systemLog;
-
-void capture(int priority, const char* format, va_list arguments) {
-    char text[256];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    systemLog.records.emplace_back(priority, text);
-}
-
-}  // namespace
-
-extern "C" {
-void openlog(const char* identity, int option, int facility) {
-    systemLog = {.identity = identity, .option = option, .facility = facility, .records = {}};
-}
-void syslog(int priority, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    capture(priority, format, arguments);
-    va_end(arguments);
-}
-void __syslog_chk(int priority, int /*flag*/, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    capture(priority, format, arguments);
-    va_end(arguments);
-}
-}
 
 namespace {
 
@@ -123,19 +90,22 @@ TEST(SinkOstreamTest, LinesOfThreadsNeverMix) {
 }
 
 TEST(SinkSyslogTest, HandsPriorityAndTextToTheSystemLog) {
+    const std::string captured = testing::TempDir() + "log_test." + std::to_string(::getpid());
+    ::setenv("SYSLOG_CAPTURE", captured.c_str(), 1);
     Log::SinkSyslog sink{9, "pullapp[a%s]"};
-    EXPECT_EQ("pullapp[a%s]", systemLog.identity);
-    EXPECT_EQ(LOG_ODELAY, systemLog.option);
-    EXPECT_EQ(LOG_USER, systemLog.facility);
-
     std::ostringstream thread;
     thread << boost::this_thread::get_id();
-    const int priorities[] = {0, 1, 2, 3, 4, 5, 6, 7, 7, 7, 7};
-    for (std::uint32_t level = 0; level <= 10; ++level) {
+    std::string expected;
+    for (const int priority : {0, 1, 2, 3, 4, 5, 6, 7, 7, 7, 7}) {
+        const auto level =
+            static_cast<std::uint32_t>(std::count(expected.begin(), expected.end(), '\n'));
         sink.write(level, "%s %n");
-        EXPECT_EQ(priorities[level], systemLog.records.back().first);
-        EXPECT_EQ(thread.str() + " %s %n", systemLog.records.back().second);
+        expected += "pullapp[a%s] <" + std::to_string(priority) + "> " + thread.str() + " %s %n\n";
     }
+    std::ostringstream records;
+    records << std::ifstream{captured}.rdbuf();
+    EXPECT_EQ(expected, records.str());
+    std::filesystem::remove(captured);
 }
 
 }  // namespace

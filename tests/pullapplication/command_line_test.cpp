@@ -18,9 +18,9 @@ const std::string daemonPath{DAEMON_PATH};
 const std::string usage = "Usage example: " + daemonPath +
                           " --device-id=0123456789AB --device-key=1234" +
                           " [--steward-host=127.0.0.1] [--steward-port=9230] [--log-level=6]\n";
-const std::string versionText =
-    "pullapp-opc-ua/0.2.0 (orvik-cpp.pullapplication/dev)\n"
-    "Copyright (c) 2026 The Orvik contributors. MIT License.\n";
+const std::string versionText = "pullapp-opc-ua/" ORVIK_VERSION
+                                " (orvik-cpp.pullapplication/dev)\n"
+                                "Copyright (c) 2026 The Orvik contributors. MIT License.\n";
 
 std::string error(const std::string& text) {
     return daemonPath + ": " + text + "\n";

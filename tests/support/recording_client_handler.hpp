@@ -2,19 +2,13 @@
 #pragma once
 
 #include "orvik/pushinterface/client_handler.hpp"
+#include "support/events.hpp"
 
-#include <algorithm>
-#include <chrono>
-#include <condition_variable>
+#include <cstddef>
 #include <functional>
-#include <iterator>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace TestSupport {
 
@@ -25,29 +19,12 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
     std::function<void(const std::string& operation)> during = [](const std::string&) {};
     std::optional<bool> answers;  ///< what every flag is set to: decline or insist
 
-    [[nodiscard]] std::vector<std::string> events() const {
-        const std::lock_guard lock{mutex_};
-        return events_;
-    }
-
-    /// Waits until an event was recorded so many times. @return false at the limit
+    [[nodiscard]] std::vector<std::string> events() const { return events_.all(); }
     [[nodiscard]] bool await(const std::string& event, std::ptrdiff_t times = 1) {
-        std::unique_lock lock{mutex_};
-        const bool came = changed_.wait_for(lock, std::chrono::seconds{20}, [&] {
-            return std::count(events_.begin(), events_.end(), event) >= times;
-        });
-        EXPECT_TRUE(came) << "no '" << event << "' in " << testing::PrintToString(events_);
-        return came;
+        return events_.await(event, times);
     }
-
-    /// Waits for so many events after those that this returned before. @return them
     [[nodiscard]] std::vector<std::string> next(std::ptrdiff_t count) {
-        std::unique_lock lock{mutex_};
-        const auto first = std::exchange(seen_, seen_ + count);
-        EXPECT_TRUE(changed_.wait_for(lock, std::chrono::seconds{20},
-                                      [&] { return std::ssize(events_) >= seen_; }));
-        seen_ = std::min(seen_, std::ssize(events_));
-        return {events_.begin() + first, events_.begin() + seen_};
+        return events_.next(count);
     }
 
     void onConnected() override { record("onConnected"); }
@@ -87,18 +64,11 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
         add(operation, operation + ": " + text);
     }
     void add(const std::string& operation, const std::string& event) {
-        {
-            const std::lock_guard lock{mutex_};
-            events_.push_back(event);
-        }
-        changed_.notify_all();
+        events_.add(event);
         during(operation);
     }
 
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> events_;
-    std::ptrdiff_t seen_ = 0;  ///< by `next`
+    Events events_;
 };
 
 }  // namespace TestSupport

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "orvik/log/current_sink.hpp"
+#include "support/events.hpp"
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,13 +22,10 @@ class RecordingSink {
     RecordingSink(const RecordingSink&) = delete;
     RecordingSink& operator=(const RecordingSink&) = delete;
 
-    /// Called on the logging thread behind each record; set before that thread exists.
+    /// Called on the logging thread after each record; set before that thread exists.
     std::function<void(const std::string& record)> during = [](const std::string&) {};
 
-    [[nodiscard]] std::vector<std::string> records() const {
-        const std::lock_guard lock{mutex_};
-        return records_;
-    }
+    [[nodiscard]] std::vector<std::string> records() const { return records_.all(); }
 
   private:
     class Sink final : public Orvik::Log::Sink {
@@ -43,15 +40,11 @@ class RecordingSink {
     };
 
     void add(const std::string& record) {
-        {
-            const std::lock_guard lock{mutex_};
-            records_.push_back(record);
-        }
+        records_.add(record);
         during(record);
     }
 
-    mutable std::mutex mutex_;
-    std::vector<std::string> records_;
+    Events records_;
     std::unique_ptr<Orvik::Log::Sink> previous_;
 };
 

@@ -5,19 +5,14 @@
 #include "orvik/pushinterface/client.hpp"
 #include "orvik/pushinterface/device.hpp"
 #include "orvik/pushinterface/tag.hpp"
+#include "support/events.hpp"
 
-#include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace TestSupport {
 
@@ -43,34 +38,7 @@ struct FakeDevice : Orvik::PushInterface::Device {
 };
 
 /// What handler and push client see of a run, in one order: "connect", "write: @…".
-class Calls {
-  public:
-    void add(const std::string& call) {
-        {
-            const std::lock_guard lock{mutex_};
-            calls_.push_back(call);
-        }
-        changed_.notify_all();
-    }
-    [[nodiscard]] std::vector<std::string> all() const {
-        const std::lock_guard lock{mutex_};
-        return calls_;
-    }
-    /// Waits until the call was made so many times.
-    [[nodiscard]] bool await(const std::string& call, std::ptrdiff_t times = 1) {
-        std::unique_lock lock{mutex_};
-        const bool came = changed_.wait_for(lock, std::chrono::seconds{20}, [&] {
-            return std::count(calls_.begin(), calls_.end(), call) >= times;
-        });
-        EXPECT_TRUE(came) << "no '" << call << "' in " << testing::PrintToString(calls_);
-        return came;
-    }
-
-  private:
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> calls_;
-};
+using Calls = Events;
 
 /// A push client that only notes what is written.
 class RecordingPushClient final : public Orvik::PushInterface::Client {
