@@ -25,7 +25,7 @@ class Device : public Orvik::PushInterface::Device {
     /// Understands the tag's address. @return empty, or what is wrong with it
     [[nodiscard]] static std::string parseTag(Tag& tag) { return tag.parseAddress(); }
 
-    /// Keeps the tag, behind those before it. @return empty
+    /// Keeps the tag as the last one. @return empty
     [[nodiscard]] std::string addTag(const std::shared_ptr<Tag>& tag);
 
     /// Prepares the Read request for all tags. @return empty

@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Preloaded into the daemon by tests, with system_log.c. The host name "never.test" is looked up for
- * ever. The wall clock is set hours forward or back between any two looks at it.
- * FAIL="function place error" makes one call of a function fail, and logs that.
+ * Preloaded into the daemon by tests, with system_log.c. The host name "never.test" is looked up
+ * for ever. The wall clock is set hours forward or back between any two looks at it. FAIL="function
+ * place error" makes one call of a function fail, and logs that.
  */
 #include <dlfcn.h>
 #include <errno.h>

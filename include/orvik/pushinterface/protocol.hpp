@@ -39,7 +39,7 @@ struct Message {
 };
 
 /**
- * Splits a line into four characters of type and, behind exactly one blank, the payload.
+ * Splits a line into four characters of type and, after exactly one blank, the payload.
  *
  * @param line without its line feed
  * @return nothing if the line has another shape
