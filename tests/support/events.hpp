@@ -38,10 +38,11 @@ class Events {
             return std::count(events_.begin(), events_.end(), event) >= times;
         });
         EXPECT_TRUE(came) << "no '" << event << "' in " << testing::PrintToString(events_);
+        seen_ = events_.rend() - std::find(events_.rbegin(), events_.rend(), event);
         return came;
     }
 
-    /// Waits for so many events after those that this returned before. @return them
+    /// Waits for so many events after the last that this or `await` has seen. @return them
     [[nodiscard]] std::vector<std::string> next(std::ptrdiff_t count) {
         std::unique_lock lock{mutex_};
         const auto first = std::exchange(seen_, seen_ + count);
@@ -55,7 +56,7 @@ class Events {
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::string> events_;
-    std::ptrdiff_t seen_ = 0;  ///< by `next`
+    std::ptrdiff_t seen_ = 0;
 };
 
 }  // namespace TestSupport

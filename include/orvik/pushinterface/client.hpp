@@ -36,8 +36,8 @@ class Client {
     Client& operator=(const Client&) = delete;
 
     /// Sends a value batch, or a named value, on the current connection. What the server does not
-    /// read waits; a batch that would let more than 64 MB wait is dropped, and the loss is
-    /// reported.
+    /// read waits, up to 64 MB; beyond, batches are dropped, the loss is reported, and of the named
+    /// values that follow each other only the last waits.
     /// @param message without last line feed
     virtual void write(std::string message) {
         state_->post([state = state_.get(), message = std::move(message)]() mutable {

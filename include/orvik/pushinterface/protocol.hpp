@@ -85,6 +85,7 @@ inline void appendStringValue(std::string& text, std::string_view value, std::si
 }
 
 /// Begins one line of a value batch; the value text and a line feed follow.
+/// It begins with a digit: a line that begins with "@" is a named value.
 inline void appendTagId(std::string& batch, std::uint16_t id) {
     appendDecimal(batch, id);
     batch += '=';

@@ -6,13 +6,12 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <boost/asio/buffer.hpp>
-#include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/socket_base.hpp>
 #include <boost/asio/streambuf.hpp>
@@ -67,38 +66,55 @@ struct Connection {
         }
     }
 
-    /// Makes it small again. It must be empty.
+    /// Gives up what a large line took of memory. @return whether it did; not while bytes are
+    /// unread
+    bool shrinkReadBuffer() {
+        constexpr std::size_t worthwhile = 131072;  // bytes: far more than other lines ever need
+        if (readBuffer->size() != 0 || readBuffer->capacity() <= worthwhile) {
+            return false;
+        }
+        renewReadBuffer();
+        return true;
+    }
+
+    boost::asio::ip::tcp::socket socket;
+    SendQueue sendQueue;
+    /// Received and not yet consumed; grows as needed. Always there.
+    std::optional<boost::asio::streambuf> readBuffer;
+    bool helloReceived = false;  ///< greeted by the steward
+    bool disconnecting = false;  ///< "EXIT" is queued; nothing may follow it
+    bool readEnded = false;      ///< lost or closed by the steward; a write may still be pending
+
+  private:
     void renewReadBuffer() {
         constexpr std::size_t initialCapacity = 128;
         readBuffer.emplace().prepare(initialCapacity);
     }
-
-    /// Sends what the system takes of the front line, once. Tells it when another line follows, so
-    /// that both can leave in one packet. @return success once the line is sent as a whole
-    [[nodiscard]] boost::system::error_code sendFront() {
-        boost::system::error_code error;
-        const auto rest = boost::asio::buffer(sendQueue.front()) + sentOfFront;
-        sentOfFront += socket.send(rest, sendQueue.size() > 1 ? MSG_MORE : 0, error);
-        if (!error && sentOfFront < sendQueue.front().size()) {
-            return boost::asio::error::would_block;
-        }
-        if (!error) {
-            sentOfFront = 0;
-        }
-        return error;
-    }
-
-    boost::asio::ip::tcp::socket socket;
-    SendQueue sendQueue;          ///< lines with their line feed; the front is being written
-    std::size_t sentOfFront = 0;  ///< bytes
-    /// Received and not yet consumed; grows as needed. Always there.
-    std::optional<boost::asio::streambuf> readBuffer;
-    std::size_t droppedBatches = 0;  ///< since the backlog was full; not reported yet
-    bool helloReceived = false;
-    bool disconnecting = false;  ///< "EXIT" is queued; nothing may follow it
-    bool readEnded = false;      ///< lost or closed by the steward; a write may still be pending
 };
 
 using ConnectionPtr = std::shared_ptr<Connection>;
+
+/// All connections that were opened and still live, for the sake of those that nobody else would
+/// close, so that the loop can end.
+class OpenedConnections {
+  public:
+    void add(const ConnectionPtr& connection) {
+        std::erase_if(connections_, [](const auto& weak) { return weak.expired(); });
+        connections_.push_back(connection);
+    }
+
+    template <typename Predicate>
+    void closeIf(Predicate predicate) {
+        for (const auto& weak : connections_) {
+            if (const auto connection = weak.lock(); connection && predicate(*connection)) {
+                boost::system::error_code ignored;
+                connection->socket.close(ignored);
+            }
+        }
+    }
+
+  private:
+    std::vector<std::weak_ptr<Connection>> connections_;
+};
 
 }  // namespace Orvik::PushInterface::Detail

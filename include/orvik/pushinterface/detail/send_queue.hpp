@@ -2,21 +2,27 @@
 #pragma once
 
 #include "orvik/pushinterface/detail/free_memory.hpp"
+#include "orvik/pushinterface/protocol.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <deque>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
+
+#include <boost/asio/buffer.hpp>
 
 namespace Orvik::PushInterface::Detail {
 
-/// The lines that wait to be written on one connection, in order, with what they take in memory.
+/**
+ * The lines that wait to be written on one connection, in order, each with its line feed. Bounds
+ * what the data source may add while the server does not read, and counts what is lost by that.
+ */
 class SendQueue {
   public:
-    /// How much may wait, in bytes of memory, when another value batch comes.
-    static constexpr std::size_t backlogLimit = 64'000'000;
-
     SendQueue() = default;
     SendQueue(const SendQueue&) = delete;
     SendQueue& operator=(const SendQueue&) = delete;
@@ -26,27 +32,7 @@ class SendQueue {
     }
 
     [[nodiscard]] bool empty() const noexcept { return lines_.empty(); }
-    [[nodiscard]] std::size_t size() const noexcept { return lines_.size(); }
     [[nodiscard]] const std::string& front() const noexcept { return lines_.front(); }
-    [[nodiscard]] std::size_t backlog() const noexcept { return backlog_; }
-
-    /// A batch that finds nothing waiting is never too large.
-    [[nodiscard]] bool hasRoomFor(const std::string& batch) const noexcept {
-        return lines_.empty() || backlog_ + costOf(batch) <= backlogLimit;
-    }
-
-    /// Puts a named value in the place of the last line if that has the same name and is not being
-    /// written yet. @return whether it did
-    [[nodiscard]] bool replaceLast(const std::string& line) {
-        const auto name = line.substr(0, line.find('=') + 1);
-        if (lines_.size() < 2 || !lines_.back().starts_with(name)) {
-            return false;
-        }
-        backlog_ -= costOf(lines_.back());
-        lines_.pop_back();
-        push(line);
-        return true;
-    }
 
     void push(std::string line) {
         backlog_ += costOf(line);
@@ -54,9 +40,54 @@ class SendQueue {
         lines_.push_back(std::move(line));
     }
 
-    [[nodiscard]] std::string pop() {
+    /**
+     * Adds what the data source has to say. While the backlog is full, a value batch is dropped
+     * whole, and a named value takes the place of the last line if that has the same name: then
+     * only the latest state counts. An empty queue accepts a line of any size.
+     *
+     * @return what is to be reported; empty for nothing
+     */
+    [[nodiscard]] std::string pushValue(std::string line) {
+        const bool isFull = !lines_.empty() && backlog_ + costOf(line) > backlogLimit;
+        if (isFull && !isNamedValue(line)) {
+            return droppedBatches_++ == 0
+                       ? "Dropping value batches because the server does not read"
+                       : "";
+        }
+        if (isFull && lines_.size() > 1 && lines_.back().starts_with(nameOf(line))) {
+            backlog_ -= costOf(lines_.back());
+            lines_.pop_back();
+        }
+        push(std::move(line));
+        return {};
+    }
+
+    /// What is to be written next. It stays in the queue, and where it is.
+    [[nodiscard]] std::vector<boost::asio::const_buffer> unsent() const {
+        constexpr std::size_t linesAtOnce = 16;
+        std::vector<boost::asio::const_buffer> buffers;
+        buffers.reserve(std::min(lines_.size(), linesAtOnce));
+        for (const auto& line : lines_) {
+            if (buffers.size() == linesAtOnce) {
+                break;
+            }
+            buffers.push_back(boost::asio::buffer(line));
+        }
+        buffers.front() += sentOfFront_;
+        return buffers;
+    }
+
+    /// Notes how many more bytes were sent; `popSent` then gives the lines that are through.
+    void addSent(std::size_t bytes) noexcept { sentOfFront_ += bytes; }
+
+    /// Takes the front line if it was sent as a whole.
+    [[nodiscard]] std::optional<std::string> popSent() {
+        if (lines_.empty() || sentOfFront_ < lines_.front().size()) {
+            return std::nullopt;
+        }
         auto line = std::move(lines_.front());
         lines_.pop_front();
+        sentOfFront_ -= line.size();
         backlog_ -= costOf(line);
         if (lines_.empty()) {
             returnMemory();
@@ -64,10 +95,31 @@ class SendQueue {
         return line;
     }
 
+    /// Whether so little waits that a loss is over; not as soon as one more batch would fit.
+    [[nodiscard]] bool isRelieved() const noexcept { return backlog_ < backlogLimit / 2; }
+
+    /// Ends the count of a loss. @return the report; empty if nothing was lost
+    [[nodiscard]] std::string takeLoss() {
+        const auto count = std::exchange(droppedBatches_, 0);
+        if (count == 0) {
+            return {};
+        }
+        return "Dropped " + std::to_string(count) +
+               (count == 1 ? " value batch" : " value batches") +
+               " because the server did not read";
+    }
+
   private:
-    /// The line, its object in the queue, and at most as much again for the memory's management.
+    /// How much may wait, in bytes of memory, when another value batch comes.
+    static constexpr std::size_t backlogLimit = 64'000'000;
+
+    /// In memory: the line, its object in the queue, and as much for the allocation.
     static std::size_t costOf(const std::string& line) noexcept {
         return 2 * sizeof(std::string) + line.size();
+    }
+
+    static std::string_view nameOf(std::string_view line) noexcept {
+        return line.substr(0, line.find('=') + 1);
     }
 
     void returnMemory() noexcept {
@@ -77,8 +129,10 @@ class SendQueue {
     }
 
     std::deque<std::string> lines_;
+    std::size_t sentOfFront_ = 0;  ///< bytes
     std::size_t backlog_ = 0;
-    std::size_t peak_ = 0;  ///< largest backlog since the memory was last returned
+    std::size_t peak_ = 0;            ///< largest backlog since the memory was last returned
+    std::size_t droppedBatches_ = 0;  ///< since the backlog was full; not reported yet
 };
 
 }  // namespace Orvik::PushInterface::Detail
