@@ -73,38 +73,6 @@ TEST_F(DaemonTest, TracesEveryLineAndStepAtLevelEight) {
     EXPECT_TRUE(daemon.log().await(run + "52: run() stop"));
 }
 
-TEST_F(DaemonTest, AChangedDescriptionReplacesTheRun) {
-    OpcUaServer server;
-    Daemon daemon{steward.port()};
-    auto connection = accept();
-    for (int id = 1; id <= 20; ++id) {
-        const auto text = tag(id, 5, R"("str","maxStringLength":4)");
-        connection.send("INFO " + description(server.port(), text, id % 2) + "\n");
-        ASSERT_TRUE(connection.awaitLine(std::to_string(id) + "=4,item"));
-        connection.send("IFCH\n");
-        ASSERT_TRUE(connection.awaitLine("INFO"));
-    }
-    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 20, sessions alive 1"));
-    end(daemon, connection);
-    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 20, sessions alive 0"));
-}
-
-TEST_F(DaemonTest, ALostStewardStopsTheRunUntilItIsBack) {
-    OpcUaServer server;
-    Daemon daemon{steward.port()};
-    auto first = accept();
-    first.send("INFO " + description(server.port(), textTag, 0) + "\n");
-    ASSERT_TRUE(first.awaitLine(cleared));
-    first.reset();
-    ASSERT_TRUE(daemon.log().await("<5> Disconnected from push interface"));
-    auto second = accept();
-    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions opened 1, sessions alive 0"));
-    second.send("INFO " + description(server.port(), textTag, 0) + "\n");
-    EXPECT_EQ("65535=4,item", second.readLine());
-    EXPECT_TRUE(daemon.log().await("<6> Reconnecting (reason: auto reconnect)"));
-    end(daemon, second);
-}
-
 TEST_F(DaemonTest, ARefusedDescriptionEndsTheProcessInOrder) {
     for (const bool running : {false, true}) {
         SCOPED_TRACE(running);
@@ -129,38 +97,27 @@ TEST_F(DaemonTest, ARefusedDescriptionEndsTheProcessInOrder) {
 
 // A signal in every state
 
-TEST_F(DaemonTest, EndsWithNobodyListening) {
-    std::uint16_t port = 0;
-    {
-        const ScriptedPeer gone;
-        port = gone.port();
-    }
-    Daemon daemon{port, {"--log-level=7"}};
-    ASSERT_TRUE(daemon.log().await(
-        "<3> Received error from push interface client: Could not connect to server"));
-    EXPECT_EQ(0, daemon.endBy(SIGINT));
-}
-
-TEST_F(DaemonTest, EndsWhileTheNameIsLookedUp) {
-    Daemon daemon{1, {"--steward-host=never.test", "--log-level=7"}};
-    ASSERT_TRUE(
-        daemon.log().await("<7> include/orvik/pullapplication/main:168: Waiting for signal"));
-    EXPECT_EQ(0, daemon.endBy(SIGTERM));
-}
-
-TEST_F(DaemonTest, EndsWhileTheStewardDoesNotAnswer) {
+TEST_F(DaemonTest, EndsWithoutASteward) {
+    const std::string waiting = "<7> include/orvik/pullapplication/main:168: Waiting for signal";
+    const std::string refused =
+        "<3> Received error from push interface client: Could not connect to server";
+    const auto gone = ScriptedPeer{}.port();
     const UnansweringPeer unanswering;
-    Daemon daemon{unanswering.port(), {"--log-level=7"}};
-    ASSERT_TRUE(
-        daemon.log().await("<7> include/orvik/pullapplication/main:168: Waiting for signal"));
-    EXPECT_EQ(0, daemon.endBy(SIGTERM));
-}
-
-TEST_F(DaemonTest, EndsWithASilentSteward) {
-    Daemon daemon{steward.port()};
-    auto connection = steward.accept();
-    ASSERT_TRUE(daemon.log().await("<6> Connected to push interface"));
-    end(daemon, connection, SIGINT);
+    const struct {
+        std::string name;
+        std::uint16_t port;
+        std::string host;
+        std::string record;
+        int signal;
+    } rows[]{{"nobody listens", gone, "127.0.0.1", refused, SIGINT},
+             {"the name is looked up", 1, "never.test", waiting, SIGTERM},
+             {"no answer", unanswering.port(), "127.0.0.1", waiting, SIGTERM}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Daemon daemon{row.port, {"--steward-host=" + row.host, "--log-level=7"}};
+        ASSERT_TRUE(daemon.log().await(row.record));
+        EXPECT_EQ(0, daemon.endBy(row.signal));
+    }
 }
 
 /// Also where the parent has blocked the signals, and where none has a default action.
@@ -242,13 +199,5 @@ INSTANTIATE_TEST_SUITE_P(
         DeviceState{
             "AfterAFailedCheckOfTags", {"--tags=4"}, 50, textTag, error("BADNODEIDUNKNOWN")}),
     [](const auto& state) { return state.param.name; });
-
-TEST_F(DaemonTest, EndsAfterAFailedConnect) {
-    Daemon daemon{steward.port()};
-    auto connection = accept();
-    connection.send("INFO " + description(1, textTag) + "\n");
-    ASSERT_TRUE(connection.awaitLine(error("Error: BADCONNECTIONREJECTED")));
-    end(daemon, connection);
-}
 
 }  // namespace

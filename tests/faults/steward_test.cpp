@@ -238,6 +238,7 @@ TEST_P(StewardLossTest, IsOverOnceTheStewardIsBack) {
     ASSERT_TRUE(daemon.log().await(GetParam().awaited));
     steward = ScriptedPeer{steward.port()};
     connection = accept();
+    EXPECT_TRUE(daemon.log().await("<6> Reconnecting (reason: auto reconnect)"));
     EXPECT_THAT(server.statistics(), testing::EndsWith("sessions alive 0"));
     describe(connection);
     expectWell(connection);
