@@ -12,9 +12,9 @@ constexpr UA_UInt16 ownNamespace = 1;
 
 /// What a user of the server sees: the text of a string identifier, else the number of the tag.
 std::string nameOf(const PullappOpcUa::Tag& tag, std::size_t position) {
-    const auto begin = tag.address.find("s=", tag.address.starts_with("ns=") ? 3 : 0);
-    return begin == std::string::npos ? fmt::format("Tag {}", position)
-                                      : tag.address.substr(begin + 2);
+    return tag.identifierType == PullappOpcUa::IdentifierType::String
+               ? tag.stringIdentifier
+               : fmt::format("Tag {}", position);
 }
 
 }  // namespace

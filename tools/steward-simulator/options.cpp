@@ -27,6 +27,7 @@ Commands, one per line of the standard input:
   .info        send the description again
   .drop        close all connections
   .page        show the next page of the table
+  .note TEXT   show TEXT among the events
   .quit        end, as SIGINT and SIGTERM do
   ..TEXT       send .TEXT
   TEXT         send TEXT as it is to every connected device, for example

@@ -19,6 +19,7 @@ namespace {
 using boost::asio::ip::tcp;
 
 constexpr std::chrono::milliseconds acceptRetryDelay{100};
+constexpr std::string_view notePrefix = ".note ";
 
 std::string textOf(const tcp::endpoint& endpoint) {
     std::ostringstream text;
@@ -152,8 +153,11 @@ void Steward::onCommand(std::string_view line) {
         view_->turnPage();
     } else if (line == ".quit") {
         stop();
+    } else if (line.starts_with(notePrefix)) {
+        view_->onEvent(line.substr(notePrefix.size()));
     } else {
-        view_->onEvent("unknown command " + std::string{line} + ": use .info .drop .page .quit");
+        view_->onEvent("unknown command " + std::string{line} +
+                       ": use .info .drop .page .note .quit");
     }
 }
 

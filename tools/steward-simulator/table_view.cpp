@@ -47,6 +47,13 @@ void TableView::onBatch(const Batch& batch, const Statistics& /*statistics*/) {
     table_.update(batch, Clock::now());
 }
 
+void TableView::onError(std::string_view text) {
+    if (text != error_) {
+        error_ = text;
+        onEvent(text.empty() ? "error cleared" : "error: " + error_);
+    }
+}
+
 void TableView::onRefusal(Refusal what, std::string_view reason) {
     (what == Refusal::LogOn ? refusedLogOn_ : refusedDescription_) = reason;
 }

@@ -27,7 +27,7 @@ class TableView final : public View {
     void onEvent(std::string_view text) override;
     void onDescription(const DescriptionPtr& description) override;
     void onBatch(const Batch& batch, const Statistics& statistics) override;
-    void onError(std::string_view text) override { error_ = text; }
+    void onError(std::string_view text) override;
     void onRefusal(Refusal what, std::string_view reason) override;
     void turnPage() override { table_.turnPage(); }
     [[nodiscard]] std::string finish() override;
