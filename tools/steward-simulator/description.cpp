@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/description.hpp"
 
+#include "description/problems.hpp"
+#include "opcua/device.hpp"
 #include "orvik/pushinterface/info_parser.hpp"
 
 #include <algorithm>
 #include <utility>
 
 namespace StewardSimulator {
-
-using Orvik::PushInterface::TagType;
 
 std::string Description::addTag(std::shared_ptr<Tag> tag) {
     positions.emplace(tag->id, tags.size());
@@ -28,36 +28,18 @@ std::string parseDescription(std::string json, const std::shared_ptr<Description
                                                                      description);
 }
 
-std::string_view typeName(TagType type) {
-    switch (type) {
-        case TagType::Bool:
-            return "bool";
-        case TagType::String:
-            return "string";
-        case TagType::Float:
-            return "float";
-        case TagType::Double:
-            return "double";
-        case TagType::Int8:
-            return "int8";
-        case TagType::Int16:
-            return "int16";
-        case TagType::Int32:
-            return "int32";
-        case TagType::Int64:
-            return "int64";
-        case TagType::UInt8:
-            return "uint8";
-        case TagType::UInt16:
-            return "uint16";
-        case TagType::UInt32:
-            return "uint32";
-        case TagType::UInt64:
-            return "uint64";
-        case TagType::Unknown:
-            break;
+Findings examine(std::string_view source) {
+    const auto problems = Tools::findProblems(source);
+    Findings findings;
+    for (const auto& problem : problems) {
+        findings.problems.push_back(Tools::oneLine(problem));
     }
-    return "unknown";
+    const auto verdict = Tools::daemonVerdict(source, std::make_shared<PullappOpcUa::Device>());
+    if (!verdict.empty()) {
+        const auto refused = std::ranges::find(problems, verdict, &Tools::Problem::text);
+        findings.refusal = refused == problems.end() ? verdict : Tools::oneLine(*refused);
+    }
+    return findings;
 }
 
 }  // namespace StewardSimulator

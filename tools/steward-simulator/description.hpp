@@ -45,7 +45,13 @@ using DescriptionPtr = std::shared_ptr<const Description>;
 [[nodiscard]] std::string parseDescription(std::string json,
                                            const std::shared_ptr<Description>& description);
 
-/// Name of a type as the table shows it.
-[[nodiscard]] std::string_view typeName(Orvik::PushInterface::TagType type);
+/// What an OPC UA daemon, and who wrote it, should know of a description.
+struct Findings {
+    std::vector<std::string> problems;  ///< each on one line, with its place
+    std::string refusal;  ///< the problem for which a daemon ends; empty if it accepts
+};
+
+/// @param source the description as it was written, lines and all, for the places
+[[nodiscard]] Findings examine(std::string_view source);
 
 }  // namespace StewardSimulator

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/description_file.hpp"
 
-#include "common/file.hpp"
-#include "steward-simulator/description.hpp"
-
 #include <sys/stat.h>
+#include "common/file.hpp"
 
 #include <chrono>
 #include <exception>
@@ -24,7 +22,9 @@ DescriptionFile::DescriptionFile(boost::asio::io_context& context, std::string p
 std::string DescriptionFile::load() {
     loaded_ = stamp();
     try {
-        text_ = joinLines(Tools::readFile(path_));
+        const auto source = Tools::readFile(path_);
+        text_ = joinLines(source);
+        findings_ = examine(source);
     } catch (const std::exception& error) {
         return error.what();
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "steward-simulator/description.hpp"
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -27,6 +29,9 @@ class DescriptionFile {
     /// The content as one line.
     [[nodiscard]] const std::string& text() const noexcept { return text_; }
 
+    /// What is wrong with the content.
+    [[nodiscard]] const Findings& findings() const noexcept { return findings_; }
+
     void watch();
 
   private:
@@ -40,6 +45,7 @@ class DescriptionFile {
     const std::string path_;
     const std::function<void(const std::string& error)> onChange_;
     std::string text_;
+    Findings findings_;
     Stamp loaded_;
     Stamp seen_;
 };

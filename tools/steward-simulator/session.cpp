@@ -60,9 +60,14 @@ void Session::onRead(const boost::system::error_code& error, std::size_t length)
 
 void Session::send(std::string_view line) {
     if (line.starts_with(infoPrefix)) {
-        adoptDescription(line.substr(infoPrefix.size()));
+        const auto json = line.substr(infoPrefix.size());
+        adoptDescription(json, examine(json).refusal);
     }
-    output_.emplace_back(line).push_back('\n');
+    queue(std::string{line});
+}
+
+void Session::queue(std::string line) {
+    output_.push_back(std::move(line) + '\n');
     if (output_.size() == 1) {
         write();
     }
@@ -85,21 +90,23 @@ void Session::onWritten(const boost::system::error_code& error) {
 }
 
 void Session::sendDescription() {
-    if (const auto* json = service_.description()) {
-        send(std::string{infoPrefix} + *json);
+    if (const auto* file = service_.description()) {
+        adoptDescription(file->text(), file->findings().refusal);
+        queue(std::string{infoPrefix} + file->text());
     } else {
         tell("there is no --description to send");
     }
 }
 
-void Session::adoptDescription(std::string_view json) {
+void Session::adoptDescription(std::string_view json, std::string_view refusal) {
     const auto description = std::make_shared<Description>();
     const auto error = parseDescription(std::string{json}, description);
-    service_.view.onRefusal(Refusal::Description, error);
+    service_.view.onRefusal(Refusal::Description, refusal);
     if (!error.empty()) {
-        return tell("sending a faulty description: " + error);
+        return tell("sending a faulty description: " + std::string{refusal});
     }
-    tell("sending a description of " + std::to_string(description->tags.size()) + " tags");
+    tell("sending a description of " + std::to_string(description->tags.size()) + " tags" +
+         (refusal.empty() ? "" : ", which a daemon refuses: " + std::string{refusal}));
     decoder_.describe(description);
     service_.view.onDescription(description);
 }

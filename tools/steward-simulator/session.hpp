@@ -2,6 +2,7 @@
 #pragma once
 
 #include "steward-simulator/batch_decoder.hpp"
+#include "steward-simulator/description_file.hpp"
 #include "steward-simulator/options.hpp"
 #include "steward-simulator/statistics.hpp"
 #include "steward-simulator/view.hpp"
@@ -24,7 +25,7 @@ struct Service {
     const Options& options;
     Statistics& statistics;
     View& view;
-    std::function<const std::string*()> description;  ///< on one line; null if there is none
+    std::function<const DescriptionFile*()> description;  ///< null if there is none
     std::function<void()> onBatchCounted;
 };
 
@@ -51,7 +52,8 @@ class Session final : public std::enable_shared_from_this<Session>, private Devi
     void onRead(const boost::system::error_code& error, std::size_t length);
     void write();
     void onWritten(const boost::system::error_code& error);
-    void adoptDescription(std::string_view json);
+    void queue(std::string line);
+    void adoptDescription(std::string_view json, std::string_view refusal);
     [[nodiscard]] std::string refusal(std::string_view identity) const;
     void tell(std::string_view text) const;
 

@@ -9,9 +9,12 @@
 #include <chrono>
 #include <csignal>
 #include <iostream>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace StewardSimulator {
 namespace {
@@ -59,12 +62,12 @@ Steward::Steward(const Options& options)
       description_{context_, options_.description,
                    [this](const std::string& error) { onDescriptionChange(error); }},
       view_{makeView()},
-      service_{.options = options_,
-               .statistics = statistics_,
-               .view = *view_,
-               .description =
-                   [this] { return options_.description.empty() ? nullptr : &description_.text(); },
-               .onBatchCounted = [this] { onBatchCounted(); }} {
+      service_{
+          .options = options_,
+          .statistics = statistics_,
+          .view = *view_,
+          .description = [this] { return options_.description.empty() ? nullptr : &description_; },
+          .onBatchCounted = [this] { onBatchCounted(); }} {
     openFiles();
 }
 
@@ -100,6 +103,7 @@ void Steward::openFiles() {
 int Steward::run() {
     output_.write("listening on " + address_ + "\n");
     view_->start();
+    showFindings();
     accept();
     input_.read();
     signals_.async_wait([this](const boost::system::error_code&, int) { stop(); });
@@ -161,11 +165,26 @@ void Steward::onCommand(std::string_view line) {
     }
 }
 
+void Steward::showFindings() {
+    constexpr std::ptrdiff_t mostShown = 20;
+    const auto& [problems, refusal] = description_.findings();
+    const auto shown = std::min<std::ptrdiff_t>(mostShown, std::ssize(problems));
+    for (const auto& problem : std::span{problems}.first(static_cast<std::size_t>(shown))) {
+        view_->onEvent(options_.description + ':' + problem);
+    }
+    if (std::ssize(problems) > mostShown) {
+        view_->onEvent(fmt::format("{}: {} more problems", options_.description,
+                                   std::ssize(problems) - mostShown));
+    }
+    view_->onRefusal(Refusal::Description, refusal);
+}
+
 void Steward::onDescriptionChange(const std::string& error) {
     view_->onEvent(error.empty() ? "description changed" : error);
     if (!error.empty()) {
         return;
     }
+    showFindings();
     for (const auto& session : openSessions()) {
         if (session->isLoggedOn()) {
             session->send("IFCH");

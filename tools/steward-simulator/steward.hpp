@@ -38,6 +38,7 @@ class Steward {
     void accept();
     void onAccepted(const boost::system::error_code& error, boost::asio::ip::tcp::socket socket);
     void onCommand(std::string_view line);
+    void showFindings();
     void onDescriptionChange(const std::string& error);
     void onBatchCounted();
     void sendToAll(std::string_view line);

@@ -2,6 +2,7 @@
 #include "steward-simulator/tag_table.hpp"
 
 #include "common/text.hpp"
+#include "description/tag_type.hpp"
 #include "steward-simulator/value_check.hpp"
 
 #include <algorithm>
@@ -98,7 +99,7 @@ void TagTable::addRow(Tools::Table& table, std::size_t position, Clock::time_poi
     if (tag.tagType == Orvik::PushInterface::TagType::String) {
         value = decodeString(value).value_or(value);
     }
-    table.add({std::to_string(tag.id), tag.address, std::string{typeName(tag.tagType)},
+    table.add({std::to_string(tag.id), tag.address, std::string{Tools::typeName(tag.tagType)},
                std::string{value}, formatAge(row.updated, now), std::to_string(row.updates)},
               isOld(row, now) ? Tools::Style::Dim : Tools::Style::Plain);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/value_check.hpp"
 
+#include "description/tag_type.hpp"
+
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -91,7 +93,7 @@ std::string checkValue(const Tag& tag, std::string_view text) {
         return {};
     }
     std::string reason{"not a value of type "};
-    reason += typeName(tag.tagType);
+    reason += Tools::typeName(tag.tagType);
     return reason;
 }
 
