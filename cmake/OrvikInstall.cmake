@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What goes where on a Debian-like system. One component per package: the daemon, and the simulators
-# ("tools").
+# What goes where on a Debian-like system. One component per package: the daemon, and the programs to
+# commission a device with ("tools").
 
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # tests need not be built to install
 
@@ -41,7 +41,7 @@ foreach(document README.md SECURITY.md docs/containers.md docs/errors.md docs/fl
 endforeach()
 
 if(ORVIK_BUILD_TOOLS)
-  foreach(tool steward-simulator opcua-simulator)
+  foreach(tool steward-simulator opcua-simulator opcua-commission)
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     install(FILES packaging/bash-completion/${tool} DESTINATION ${completionDir} COMPONENT tools)
     orvik_install_text(tools packaging/man/${tool}.1 ${CMAKE_INSTALL_MANDIR}/man1)

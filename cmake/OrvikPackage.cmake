@@ -39,10 +39,11 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME pullapp-opc-ua-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS pullapp-opc-ua)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-"simulators to commission OPC UA devices with
-steward-simulator takes the place of the steward that pullapp-opc-ua logs on
-to, and checks and shows what arrives. opcua-simulator is an OPC UA server
-with the tags of a device description, values that move, and faults on
-demand.")
+"tools to commission OPC UA devices with
+opcua-commission lists what an OPC UA server offers and writes the description
+of a device with it. steward-simulator takes the place of the
+steward that pullapp-opc-ua logs on to, and checks and shows what arrives.
+opcua-simulator is an OPC UA server with the tags of a device description,
+values that move, and faults on demand.")
 
 include(CPack)

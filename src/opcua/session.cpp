@@ -95,7 +95,7 @@ UA_StatusCode Session::open(const std::string& endpointUrl, const SessionSetting
     close();
     hooks_ = std::make_unique<StackHooks>();
     UA_ClientConfig config{};
-    auto status = hooks_->configure(config);
+    auto status = hooks_->configure(config, settings.isLogged);
     client_.reset(UA_Client_newWithConfig(&config));
     if (!client_) {
         UA_ClientConfig_clear(&config);

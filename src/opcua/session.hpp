@@ -20,6 +20,7 @@ struct SessionSettings {
     /// How long the server keeps a session that is not used. It must outlive every pause, and it
     /// ends what a broken connection or a refused log-in leaves on the server.
     std::chrono::milliseconds timeout{60000};
+    bool isLogged = true;  ///< the stack's notes, on the standard output
 };
 
 /// A session with one server, over a connection of its own. Used by one thread.

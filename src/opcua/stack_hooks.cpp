@@ -45,6 +45,7 @@ void logWithoutWaiting(void* /*context*/, UA_LogLevel level, UA_LogCategory cate
 }
 
 UA_Logger logger{logWithoutWaiting, nullptr, nullptr};
+UA_Logger noLogger{nullptr, nullptr, nullptr};
 
 // The connection
 
@@ -75,8 +76,8 @@ StackHooks& hooksOf(void* client) {
 
 }  // namespace
 
-UA_StatusCode StackHooks::configure(UA_ClientConfig& config) {
-    config.logging = &logger;
+UA_StatusCode StackHooks::configure(UA_ClientConfig& config, bool isLogged) {
+    config.logging = isLogged ? &logger : &noLogger;
     if (const auto status = UA_ClientConfig_setDefault(&config); status != UA_STATUSCODE_GOOD) {
         return status;
     }

@@ -30,7 +30,8 @@ class StackHooks {
 
     /// Fills in the stack's default configuration with the hooks in place. They must outlive the
     /// client that is made of it.
-    [[nodiscard]] UA_StatusCode configure(UA_ClientConfig& config);
+    /// @param isLogged whether the stack's notes go to the standard output
+    [[nodiscard]] UA_StatusCode configure(UA_ClientConfig& config, bool isLogged);
 
     /// Whether the guard has refused a message of the client and ended its connection.
     [[nodiscard]] bool hasRefused() const noexcept { return hasRefused_; }

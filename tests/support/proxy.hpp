@@ -19,7 +19,14 @@
 namespace TestSupport {
 
 /// What an OPC UA client sends. Services have the number of their request's encoding.
-enum class Message : std::uint16_t { Hello, Channel, Create = 461, Activate = 467, Read = 631 };
+enum class Message : std::uint16_t {
+    Hello,
+    Channel,
+    Create = 461,
+    Activate = 467,
+    Browse = 527,
+    Read = 631
+};
 
 /// What the proxy does with a message. Drop: neither end hears anything any more. Reply: the text,
 /// or the message itself, instead of passing it on. HalfAnswer: and nothing more. Flood: 65 MB of

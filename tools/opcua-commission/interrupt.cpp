@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#include "opcua-commission/interrupt.hpp"
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+namespace OpcUaCommission {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds lookInterval{50};
+constexpr milliseconds patience{500};
+
+std::atomic<bool> interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free);  // or a signal handler must not use it
+
+}  // namespace
+
+void watchForInterrupt() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = true; };
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        ::sigaction(signal, &action, nullptr);
+    }
+}
+
+bool isInterrupted() noexcept {
+    return interrupted;
+}
+
+std::mutex* ImpatientEnd::lock_ = nullptr;
+
+ImpatientEnd::ImpatientEnd(std::function<int()> finish) : finish_{std::move(finish)} {
+    mutex_.lock();
+    lock_ = &mutex_;
+    watcher_ = std::thread{[this] { watch(); }};
+}
+
+ImpatientEnd::~ImpatientEnd() {
+    lock_ = nullptr;
+    isOver_ = true;
+    mutex_.unlock();
+    watcher_.join();
+}
+
+void ImpatientEnd::watch() {
+    while (!isOver_ && !interrupted) {
+        std::this_thread::sleep_for(lookInterval);
+    }
+    for (milliseconds waited{0}; !isOver_ && waited < patience; waited += lookInterval) {
+        std::this_thread::sleep_for(lookInterval);
+    }
+    const std::lock_guard lock{mutex_};
+    if (!isOver_) {
+        std::_Exit(finish_());
+    }
+}
+
+ImpatientEnd::Unlocked::Unlocked() {
+    if (lock_ != nullptr) {
+        lock_->unlock();
+    }
+}
+
+ImpatientEnd::Unlocked::~Unlocked() {
+    if (lock_ != nullptr) {
+        lock_->lock();
+    }
+}
+
+}  // namespace OpcUaCommission

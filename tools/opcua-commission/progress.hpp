@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace OpcUaCommission {
+
+/// What a search has come to, in one line on the standard error if that is a terminal and it takes
+/// longer than a second. The line goes with the object.
+class Progress {
+  public:
+    Progress() = default;
+    ~Progress() { clear(); }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void show(std::size_t nodes, std::size_t variables);
+
+    /// Takes the line away.
+    void clear();
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    Clock::time_point next_ = Clock::now() + std::chrono::seconds{1};
+    bool isShown_ = false;
+};
+
+}  // namespace OpcUaCommission
