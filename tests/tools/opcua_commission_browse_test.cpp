@@ -5,6 +5,7 @@
 #include "support/process.hpp"
 #include "support/proxy.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -50,6 +51,7 @@ void addVariable(UA_Server& server, const UA_NodeId& id, UA_UInt32 parent, const
                  const UA_Variant& value, UA_Byte access = UA_ACCESSLEVELMASK_READ) {
     auto attributes = UA_VariableAttributes_default;
     attributes.value = value;
+    attributes.dataType = value.type->typeId;
     attributes.valueRank = UA_VALUERANK_ANY;
     attributes.accessLevel = access;
     EXPECT_EQ(UA_STATUSCODE_GOOD,
@@ -100,8 +102,8 @@ const std::string machine =
     "/1:Line/1:Odd&/ends/1:date,ns=1;i=12,DateTime,yes,,no tag has this type\n"
     "/1:Line/1:Odd&/ends/1:null,ns=1;i=13,string,yes,,no value now (null string)\n"
     "/1:Line/1:Odd&/ends/1:opaque,ns=1;b=YWJj,\"int, unsigned, 32\",yes,1,opaque identifier\n"
-    "/1:Line/1:Odd&/ends/1:secret,ns=1;i=14,,no,,no read access with this log-in "
-    "(BADUSERACCESSDENIED)\n"
+    "/1:Line/1:Odd&/ends/1:secret,ns=1;i=14,\"int, unsigned, 32\",no,,"
+    "no read access with this log-in (BADNOTREADABLE)\n"
     "/1:Line/1:Odd&/ends/1:semicolon,ns=1;s=a;b,\"int, unsigned, 32\",yes,1,"
     "\"string identifier holds \"\";\"\"\"\n";
 
@@ -112,8 +114,16 @@ class OpcUaCommissionBrowseTest : public testing::Test {
 
     [[nodiscard]] std::vector<std::string> command(std::vector<std::string> options,
                                                    std::uint16_t port) const {
-        options.insert(options.begin(), {OPCUA_COMMISSION_PATH, "browse", "--host=127.0.0.1",
-                                         "--format=csv", "--port=" + std::to_string(port)});
+        const auto give = [&](const std::string& name, const std::string& value) {
+            const auto isSame = [&](const auto& option) { return option.starts_with(name); };
+            if (std::ranges::none_of(options, isSame)) {
+                options.push_back(name + value);
+            }
+        };
+        give("--host=", "127.0.0.1");
+        give("--format=", "csv");
+        give("--port=", std::to_string(port));
+        options.insert(options.begin(), {OPCUA_COMMISSION_PATH, "browse"});
         return options;
     }
 
