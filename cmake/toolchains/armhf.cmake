@@ -5,4 +5,3 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(debianArchitecture armhf)
 set(triplet arm-linux-gnueabihf)
 include("${CMAKE_CURRENT_LIST_DIR}/debian.cmake")
-set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # notes for those who mix in objects of GCC 6
