@@ -36,7 +36,8 @@ install(FILES packaging/systemd/instance.conf DESTINATION ${CMAKE_INSTALL_DOCDIR
 orvik_install_text(daemon packaging/systemd/pullapp-opc-ua@.service.in ${unitDir})
 orvik_install_text(daemon packaging/man/pullapp-opc-ua.8.in ${CMAKE_INSTALL_MANDIR}/man8)
 orvik_install_text(daemon packaging/debian/changelog ${CMAKE_INSTALL_DOCDIR})
-foreach(document README.md SECURITY.md docs/containers.md docs/errors.md docs/fleet.md)
+foreach(document README.md SECURITY.md docs/containers.md docs/errors.md docs/fleet.md
+    docs/troubleshooting.md)
   orvik_install_text(daemon ${document} ${CMAKE_INSTALL_DOCDIR})
 endforeach()
 

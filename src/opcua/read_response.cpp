@@ -36,14 +36,14 @@ UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
                                                            : UA_STATUSCODE_GOOD;
 }
 
+std::string checkType(const Tag& tag, const UA_DataValue& result) {
+    auto error = checkScalar(tag, result);
+    return error.empty() ? checkTagType(tag, result.value) : error;
+}
+
 std::string checkTypes(const Device& device, const ReadResponse& response) {
     for (std::size_t i = 0; i < device.tags.size(); ++i) {
-        const auto& tag = *device.tags[i];
-        const auto& result = response->results[i];
-        if (auto error = checkScalar(tag, result); !error.empty()) {
-            return error;
-        }
-        if (auto error = checkTagType(tag, result.value); !error.empty()) {
+        if (auto error = checkType(*device.tags[i], response->results[i]); !error.empty()) {
             return error;
         }
     }

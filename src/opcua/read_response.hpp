@@ -14,6 +14,9 @@ namespace PullappOpcUa {
 /// status of the first result.
 [[nodiscard]] UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount);
 
+/// Whether a tag has a scalar value of its type. @return empty, or why not
+[[nodiscard]] std::string checkType(const Tag& tag, const UA_DataValue& result);
+
 /**
  * Whether each tag has a scalar value of its type.
  *

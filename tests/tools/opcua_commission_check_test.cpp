@@ -2,12 +2,16 @@
 #include "description/problems.hpp"
 
 #include "opcua/device.hpp"
+#include "support/opcua_server.hpp"
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -152,6 +156,84 @@ TEST(DescriptionProblemsTest, PointsAtTheTokenWhereTheSyntaxEnds) {
         EXPECT_EQ(advice, problems[0].advice);
         EXPECT_EQ("JSON parser error: ", problemsOf(json).back().substr(0, 19));
     }
+}
+
+/// `opcua-commission check` of a file, beside the simulator's five tags.
+class CommissionCheckTest : public testing::Test {
+  protected:
+    ~CommissionCheckTest() override {
+        std::filesystem::remove(file_);
+        std::filesystem::remove(fixed_);
+    }
+
+    /// @return exit status
+    int check(const std::string& json, const Lines& options = {}) {
+        std::ofstream{file_} << json;
+        Lines arguments{OPCUA_COMMISSION_PATH, "check", file_};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        TestSupport::Process process{arguments};
+        const auto status = process.wait();
+        output_ = process.restOfOutput();
+        return status;
+    }
+
+    static std::string contentOf(const std::string& path) {
+        std::ifstream stream{path};
+        return {std::istreambuf_iterator<char>{stream}, {}};
+    }
+
+    const std::string file_ = testing::TempDir() + "check-" + std::to_string(::getpid());
+    const std::string fixed_ = file_ + "-fixed";
+    std::string output_;
+};
+
+TEST_F(CommissionCheckTest, TellsSixFaultsInOneRunAndCorrectsTheTypes) {
+    TestSupport::OpcUaServer server{{"--tags=20"}};
+    const auto describe = [&](const std::string& intType, const std::string& floatType) {
+        return TestSupport::description(
+            server.port(), R"({"id": 1, "address": "ns=1;i=1", )" + intType + R"(, "note": 1e2},)" +
+                               R"({"id": 2, "address": "ns=1;i=2", )" + floatType +
+                               R"(}, {"id": 3, "address": "ns=1;i=4", "type": "bool"},)" +
+                               R"({"id": 3, "address": "ns=1;i=9", "type": "bool"},)" +
+                               R"({"id": 5, "address": "ns=1;i=400", "type": "bool"},)" +
+                               R"({"id": 6, "address": "ns=1;s=no", "type": "bool"})");
+    };
+    const std::string right = R"("type": "int", "signed": true, "width": 32)";
+
+    EXPECT_EQ(1, check(describe(R"("signed":false,"width":16,"type":"int")", R"("type":"flaot")"),
+                       {"--suggest", "--fix=" + fixed_}));
+
+    for (const std::string text :
+         {"refuses the description and ends: Could not read tag[address=ns=1;i=2] type info",
+          R"(int, unsigned, 16  int, signed, 32  GOOD)", "write \"type\": \"float\", \"width\": 32",
+          "id 3 is also that of tag 3", "tag 5 (id 5, ns=1;i=400): the nearest",
+          "tag 6 (id 6, ns=1;s=no): the nearest", "6 tags: 1 good, 5 with problems"}) {
+        EXPECT_THAT(output_, testing::HasSubstr(text));
+    }
+    const auto corrected = describe(right, R"("type": "float", "width": 32)");
+    EXPECT_EQ(corrected, contentOf(fixed_));
+    EXPECT_EQ(1, check(corrected));
+    EXPECT_THAT(output_, testing::HasSubstr("publishes the error \"BADNODEIDUNKNOWN\""));
+    EXPECT_THAT(output_, testing::HasSubstr("6 tags: 3 good, 3 with problems"));
+}
+
+TEST_F(CommissionCheckTest, EndsWithAStatusOfItsOwnForEachOutcome) {
+    TestSupport::OpcUaServer server;
+    const auto good =
+        TestSupport::description(server.port(), TestSupport::intTag + "," + TestSupport::boolTag +
+                                                    "," + TestSupport::textTag);
+
+    EXPECT_EQ(0, check(good));
+    EXPECT_THAT(output_, testing::HasSubstr("3 tags: 3 good, 0 with problems"));
+    EXPECT_EQ(0, check(good, {"--format=csv"}));
+    EXPECT_THAT(output_, testing::HasSubstr("\n1,ns=1;i=4,bool,bool,GOOD,"));
+    EXPECT_EQ(1, check("{", {"--offline"}));
+    EXPECT_THAT(output_, testing::HasSubstr("    {\n     ^\n"));
+    EXPECT_EQ(2, check(good, {"--offline", "--suggest"}));
+    EXPECT_EQ(2, check(good, {"--host=plc.local"}));
+    server.kill();
+    EXPECT_EQ(3, check(good));
+    EXPECT_EQ(0, check(good, {"--offline"}));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "common/command_line.hpp"
 #include "opcua-commission/browse_command.hpp"
+#include "opcua-commission/check_command.hpp"
 #include "opcua-commission/connection.hpp"
 #include "opcua-commission/interrupt.hpp"
 #include "opcua-commission/subcommand.hpp"
@@ -20,6 +21,7 @@ using namespace OpcUaCommission;
 
 constexpr std::array subcommands{
     Subcommand{"browse", "list the variables of a server, write a description of them", runBrowse},
+    Subcommand{"check", "tell every problem of a description at once", runCheck},
 };
 
 void printHelp() {

@@ -2,10 +2,9 @@
 #include "opcua-commission/variable_list.hpp"
 
 #include "common/table.hpp"
+#include "opcua-commission/csv.hpp"
 
 #include <string>
-
-#include <boost/algorithm/string/replace.hpp>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -57,20 +56,6 @@ void printTable(std::FILE* output, const std::vector<Variable>& variables) {
     for (const auto& line : table.draw(Tools::Table::anyWidth, Tools::Table::Styles::LeftOut)) {
         fmt::print(output, "{}\n", line);
     }
-}
-
-/// Cells with a comma, a quotation mark or a line break stand in quotation marks.
-void printCsvRow(std::FILE* output, const Row& row) {
-    const char* separator = "";
-    for (auto cell : row) {
-        if (cell.find_first_of(",\"\r\n") != std::string::npos) {
-            boost::algorithm::replace_all(cell, "\"", "\"\"");
-            cell = '"' + cell + '"';
-        }
-        fmt::print(output, "{}{}", separator, cell);
-        separator = ",";
-    }
-    fmt::print(output, "\n");
 }
 
 void printCsv(std::FILE* output, const std::vector<Variable>& variables) {

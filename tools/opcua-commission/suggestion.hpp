@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "opcua-commission/check_report.hpp"
+#include "opcua-commission/services.hpp"
+
+#include <vector>
+
+namespace OpcUaCommission {
+
+/// Looks for nodes that are like the unknown ones of a description, all over the server.
+/// @throws ServerError, Interrupted
+[[nodiscard]] std::vector<Suggestion> suggestNodes(Connection& connection,
+                                                   const std::vector<TagCheck>& tags);
+
+}  // namespace OpcUaCommission

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "description/document.hpp"
+#include "opcua-commission/tag_check.hpp"
+
+#include <string>
+#include <vector>
+
+namespace OpcUaCommission {
+
+/// The text of a description with the types that the server has. Not another character changes.
+/// @param tags of the document, in its order
+[[nodiscard]] std::string withRightTypes(const Tools::Document& document,
+                                         const std::vector<TagCheck>& tags);
+
+}  // namespace OpcUaCommission
