@@ -61,7 +61,9 @@ void setDevice(Description& description, const DescriptionSettings& settings, co
         options["authenticationtype"] = "username";
         options["username"] = device.username;
         options["password"] = device.password;
-        changes.notes.push_back("the log-in is that of " + device.username);
+        if (!isNew) {
+            changes.notes.push_back("the log-in is that of " + device.username);
+        }
     }
     if (!json.contains("tags")) {
         json["tags"] = Json::array();
