@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/protocol_handler.hpp"
 #include "orvik/pushinterface/info_parser.hpp"
-#include "support/opcua_test_server.hpp"
+#include "support/opcua_server.hpp"
 #include "support/process.hpp"
 #include "support/proxy.hpp"
 
@@ -10,10 +10,10 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -24,92 +24,35 @@ using namespace TestSupport;
 using PullappOpcUa::Device;
 using testing::HasSubstr;
 
-UA_NodeId number(UA_UInt32 id) {
-    return UA_NODEID_NUMERIC(1, id);
-}
-
-char* text(const char* literal) {
-    return const_cast<char*>(literal);
-}
-
-void addFolder(UA_Server& server, UA_UInt32 id, const UA_NodeId& parent, const char* name) {
-    EXPECT_EQ(UA_STATUSCODE_GOOD,
-              UA_Server_addObjectNode(
-                  &server, number(id), parent, UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
-                  UA_QUALIFIEDNAME(1, text(name)), UA_NODEID_NUMERIC(0, UA_NS0ID_FOLDERTYPE),
-                  UA_ObjectAttributes_default, nullptr, nullptr));
-}
-
-void addReference(UA_Server& server, UA_UInt32 from, const UA_NodeId& to) {
-    const UA_ExpandedNodeId target{to, UA_STRING_NULL, 0};
-    EXPECT_EQ(UA_STATUSCODE_GOOD,
-              UA_Server_addReference(&server, number(from),
-                                     UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES), target, true));
-}
-
-void addVariable(UA_Server& server, const UA_NodeId& id, UA_UInt32 parent, const char* name,
-                 const UA_Variant& value, UA_Byte access = UA_ACCESSLEVELMASK_READ) {
-    auto attributes = UA_VariableAttributes_default;
-    attributes.value = value;
-    attributes.dataType = value.type->typeId;
-    attributes.valueRank = UA_VALUERANK_ANY;
-    attributes.accessLevel = access;
-    EXPECT_EQ(UA_STATUSCODE_GOOD,
-              UA_Server_addVariableNode(&server, id, number(parent),
-                                        UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
-                                        UA_QUALIFIEDNAME(1, text(name)),
-                                        UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE),
-                                        attributes, nullptr, nullptr));
-}
-
-/// A line with a motor and a folder of what cannot be pulled; references lead round in a circle.
-void addMachine(UA_Server& server) {
-    const auto objects = UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER);
-    addFolder(server, 100, objects, "Line");
-    addFolder(server, 110, number(100), "Motor");
-    addFolder(server, 120, number(100), "Odd/ends");
-    addReference(server, 110, number(100));
-    addReference(server, 120, number(110));
-    UA_Int16 speed = -5;
-    UA_Double load = 0.5;
-    UA_String name = borrow("a\nb");
-    addVariable(server, nodeNamed("speed"), 110, "Speed", scalar(speed, UA_TYPES_INT16));
-    addVariable(server, UA_NODEID_GUID(1, {1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}}), 110, "Load",
-                scalar(load, UA_TYPES_DOUBLE));
-    addVariable(server, number(3), 110, "Name", scalar(name, UA_TYPES_STRING));
-
-    UA_DateTime time = 0;
-    UA_UInt32 counter = 1;
-    UA_String none = UA_STRING_NULL;
-    UA_Variant array;
-    UA_Variant_init(&array);
-    UA_Variant_setArray(&array, &load, 1, &UA_TYPES[UA_TYPES_DOUBLE]);
-    addVariable(server, number(11), 120, "array", array);
-    addVariable(server, number(12), 120, "date", scalar(time, UA_TYPES_DATETIME));
-    addVariable(server, number(13), 120, "null", scalar(none, UA_TYPES_STRING));
-    addVariable(server, number(14), 120, "secret", scalar(counter, UA_TYPES_UINT32), 0);
-    addVariable(server, nodeNamed("a;b"), 120, "semicolon", scalar(counter, UA_TYPES_UINT32));
-    addVariable(server, UA_NODEID_BYTESTRING(1, text("abc")), 120, "opaque",
-                scalar(counter, UA_TYPES_UINT32));
-}
-
-const std::string machine =
-    "path,address,type,readable,value,obstacle\n"
-    "/1:Line/1:Motor/1:Load,ns=1;g=00000001-0002-0003-0405-060708090a0b,\"float, 64\",yes,0.5,\n"
-    "/1:Line/1:Motor/1:Name,ns=1;i=3,string,yes,\"3,a b\",\n"
-    "/1:Line/1:Motor/1:Speed,ns=1;s=speed,\"int, signed, 16\",yes,-5,\n"
-    "/1:Line/1:Odd&/ends/1:array,ns=1;i=11,Double[],yes,,array\n"
-    "/1:Line/1:Odd&/ends/1:date,ns=1;i=12,DateTime,yes,,no tag has this type\n"
-    "/1:Line/1:Odd&/ends/1:null,ns=1;i=13,string,yes,,no value now (null string)\n"
-    "/1:Line/1:Odd&/ends/1:opaque,ns=1;b=YWJj,\"int, unsigned, 32\",yes,1,opaque identifier\n"
-    "/1:Line/1:Odd&/ends/1:secret,ns=1;i=14,\"int, unsigned, 32\",no,,"
-    "no read access with this log-in (BADNOTREADABLE)\n"
-    "/1:Line/1:Odd&/ends/1:semicolon,ns=1;s=a;b,\"int, unsigned, 32\",yes,1,"
-    "\"string identifier holds \"\";\"\"\"\n";
+/// What the simulator has besides its five tags, which move.
+const std::string odd =
+    std::string{
+        "path,address,type,readable,value,obstacle\n"
+        "/1:Odd/1:Array,ns=1;s=Array,Int32[],yes,,array\n"
+        "/1:Odd/1:ByteString,ns=1;s=ByteString,ByteString,yes,,"
+        "no tag has this type\n"
+        "/1:Odd/1:DateTime,ns=1;s=DateTime,DateTime,yes,,"
+        "no tag has this type\n"
+        "/1:Odd/1:LocalizedText,ns=1;s=LocalizedText,LocalizedText,"
+        "yes,,no tag has this type\n"
+        "/1:Odd/1:No value yet,ns=1;s=No value yet,\"float, 64\",yes,,"
+        "no value now (BADWAITINGFORINITIALDATA)\n"
+        "/1:Odd/1:Null string,ns=1;s=Null string,string,yes,,"
+        "no value now (null string)\n"
+        "/1:Odd/1:Opaque,ns=1;b=b3BhcXVl,\"int, signed, 32\",yes,1,"
+        "opaque identifier\n"
+        "/1:Odd/1:Semicolon,ns=1;s=semicolon;inside,"
+        "\"int, signed, 32\",yes,1,"
+        "\"string identifier holds \"\";\"\"\"\n"
+        "/1:Odd/1:Structure,ns=1;s=Structure,structure,yes,,"
+        "no tag has this type\n"
+        "/1:Odd/1:Write only,ns=1;s=Write only,\"int, signed, 32\",no,,"
+        "no read access with this log-in (BADNOTREADABLE)\n"
+        "/1:Odd/1:Zero byte,ns=1;s=zero"} +
+    '\0' + "inside,\"int, signed, 32\",yes,1,string identifier holds a zero byte\n";
 
 class OpcUaCommissionBrowseTest : public testing::Test {
   protected:
-    OpcUaCommissionBrowseTest() { server_.run(addMachine); }
     ~OpcUaCommissionBrowseTest() override { std::filesystem::remove(file_); }
 
     [[nodiscard]] std::vector<std::string> command(std::vector<std::string> options,
@@ -169,32 +112,29 @@ class OpcUaCommissionBrowseTest : public testing::Test {
         return handler.verifyTags(*device);
     }
 
-    OpcUaTestServer server_;
+    OpcUaServer server_{{"--tags=5", "--odd"}};
     const std::string file_ =
         testing::TempDir() + "opcua-commission-" + std::to_string(::getpid()) + ".json";
 };
 
-TEST_F(OpcUaCommissionBrowseTest, ListsWhatTheDaemonPullsAndWhyNotTheRestWhateverTheLimits) {
-    struct Case {
-        std::string name;
-        std::function<void(UA_ServerConfig&)> limit;
+TEST_F(OpcUaCommissionBrowseTest, ListsWhatCannotBePulledAndWhyWhateverTheLimits) {
+    const std::vector<std::string> limits[] = {
+        {"--tags=5", "--odd", "--max-references=1"},
+        {"--tags=5", "--odd", "--max-nodes=2"},
+        {"--tags=5", "--odd", "--max-nodes=2", "--max-references=1"},
+        {"--tags=1000", "--odd"},
     };
-    const Case cases[] = {
-        {"none", [](UA_ServerConfig&) {}},
-        {"one reference an answer", [](auto& config) { config.maxReferencesPerNode = 1; }},
-        {"and two nodes a request, which it does not tell",
-         [](auto& config) { config.maxNodesPerRead = config.maxNodesPerBrowse = 2; }},
-    };
-    for (const auto& [name, limit] : cases) {
-        SCOPED_TRACE(name);
-        server_.run([&](UA_Server& server) { limit(*UA_Server_getConfig(&server)); });
+    for (const auto& options : limits) {
+        OpcUaServer server{options};
+        Process process{command({"--match=/Odd/*"}, server.port())};
 
-        const auto outcome = browse();
+        const auto outcome = end(process);
 
         EXPECT_EQ(0, outcome.status);
-        EXPECT_EQ(machine, outcome.output);
-        EXPECT_THAT(outcome.errors, HasSubstr("13 nodes, 9 variables, 3 of them can be pulled"));
+        EXPECT_EQ(odd, outcome.output) << testing::PrintToString(options);
+        EXPECT_THAT(outcome.errors, HasSubstr(" nodes, 11 variables, 0 of them can be pulled"));
     }
+    EXPECT_THAT(browse().errors, HasSubstr(" nodes, 16 variables, 5 of them can be pulled"));
 }
 
 TEST_F(OpcUaCommissionBrowseTest, ChoosesByRootPathAndDepth) {
@@ -203,12 +143,11 @@ TEST_F(OpcUaCommissionBrowseTest, ChoosesByRootPathAndDepth) {
         std::string path;  // of the only variable
     };
     const Case cases[] = {
-        {{"--match=*/Motor/S*"}, "/1:Line/1:Motor/1:Speed"},
-        {{"--match=/1:Line/1:Motor/*", "--exclude=*Load", "--exclude=*/Name"},
-         "/1:Line/1:Motor/1:Speed"},
-        {{"--root=/Line/Odd&/ends", "--match=*date"}, "/1:Line/1:Odd&/ends/1:date"},
-        {{"--root=ns=1;i=110", "--depth=1", "--match=*Speed"}, "/1:Motor/1:Speed"},
-        {{"--root=ns=1;i=12", "--depth=0"}, "/1:date"},
+        {{"--match=*/Tag [12]", "--exclude=*2"}, "/1:Tags 1-100/1:Tag 1"},
+        {{"--match=/1:Odd/*", "--exclude=/Odd/[!S]*", "--exclude=*r?"}, "/1:Odd/1:Semicolon"},
+        {{"--root=/Odd", "--match=*Date*"}, "/1:Odd/1:DateTime"},
+        {{"--root=/Objects/1:Odd", "--depth=1", "--match=*Opaque"}, "/1:Odd/1:Opaque"},
+        {{"--root=ns=1;s=DateTime", "--depth=0"}, "/1:DateTime"},
         {{"--all", "--match=/Server/ServerStatus/State"}, "/Server/ServerStatus/State"},
     };
     for (const auto& [options, path] : cases) {
@@ -223,21 +162,21 @@ TEST_F(OpcUaCommissionBrowseTest, WritesADescriptionAndBringsItUpToDate) {
     EXPECT_EQ(0, write({"--id=line", "--first-id=7"}).status);
     EXPECT_EQ("", verdict());
     const auto first = written();
-    EXPECT_THAT(first, HasSubstr("\n    {\"id\":9,\"address\":\"ns=1;s=speed\",\"type\":\"int\","
-                                 "\"signed\":true,\"width\":16}\n"));
-    EXPECT_THAT(write().errors, HasSubstr("3 tags, nothing to change"));
+    EXPECT_THAT(first, HasSubstr("\n    {\"id\":7,\"address\":\"ns=1;i=1\",\"type\":\"int\","
+                                 "\"signed\":true,\"width\":32},\n"));
+    EXPECT_THAT(write().errors, HasSubstr("5 tags, nothing to change"));
     EXPECT_EQ(first, written());
 
     std::ofstream{file_} << R"({"pullDelay": 5, "port": ")" << server_.port()
                          << R"(", "note": [1.50], "ipAddress": "127.0.0.1", "id": "x", "tags": [
-        {"id": "65535", "address": "i=3;ns=1", "type": "str", "maxStringLength": 4},
+        {"id": "65535", "address": "i=5;ns=1", "type": "str", "maxStringLength": 4},
         {"address": "ns=1;i=77", "id": 3, "type": "bool"},
-        {"id": 2, "type": "float", "width": 64, "address": "ns=1;s=speed"}]})";
-    auto outcome = write({"--first-id=2"});
+        {"id": 2, "type": "float", "width": 64, "address": "ns=1;i=1"}]})";
+    const auto outcome = write({"--first-id=2", "--match=*/Tag [34]"});
 
     EXPECT_EQ(1, outcome.status);
     EXPECT_THAT(outcome.errors,
-                HasSubstr("tag 2 ns=1;s=speed: type was float, 64, is int, signed, 16"));
+                HasSubstr("tag 2 ns=1;i=1: type was float, 64, is int, signed, 32"));
     EXPECT_THAT(outcome.errors, HasSubstr("tag 3 ns=1;i=77: gone from the server; kept"));
     const auto updated = [&](const std::string& gone) {
         return R"({
@@ -248,34 +187,33 @@ TEST_F(OpcUaCommissionBrowseTest, WritesADescriptionAndBringsItUpToDate) {
   "ipAddress": "127.0.0.1",
   "id": "x",
   "tags": [
-    {"id":"65535","address":"i=3;ns=1","type":"str","maxStringLength":4},
-)" + gone + R"(    {"id":2,"type":"int","address":"ns=1;s=speed","signed":true,"width":16},
-    {"id":4,"address":"ns=1;g=00000001-0002-0003-0405-060708090a0b","type":"float","width":64}
+    {"id":"65535","address":"i=5;ns=1","type":"str","maxStringLength":4},
+)" + gone + R"(    {"id":2,"type":"int","address":"ns=1;i=1","signed":true,"width":32},
+    {"id":4,"address":"ns=1;i=3","type":"float","width":64},
+    {"id":5,"address":"ns=1;i=4","type":"bool"}
   ]
 }
 )";
     };
     EXPECT_EQ(updated("    {\"address\":\"ns=1;i=77\",\"id\":3,\"type\":\"bool\"},\n"), written());
 
-    EXPECT_EQ(0, write({"--prune"}).status);
+    EXPECT_EQ(0, write({"--prune", "--match=*/Tag [34]"}).status);
     EXPECT_EQ(updated(""), written());
     EXPECT_EQ("", verdict());
 }
 
 TEST_F(OpcUaCommissionBrowseTest, RefusesWrongUseAndTouchesNothing) {
-    struct Case {
+    const auto file = "--write-description=" + file_;
+    const struct {
         std::vector<std::string> options;
         std::string error;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{"--host=localhost"}, "'localhost' is no IPv4 address"},
         {{"--host=::1"}, "IPv6"},
-        {{"--root=/Line/Pump"}, "there is no 'Pump' in /1:Line"},
+        {{"--root=/Odd/Pump"}, "there is no 'Pump' in /1:Odd"},
         {{"--root=ns=1;i=99"}, "there is no ns=1;i=99 (BADNODEIDUNKNOWN)"},
-        {{"--write-description=" + file_}, "a new description needs '--id'"},
-        {{"--write-description=" + file_, "--id=a", "--first-id=65534"},
-         "no id up to 65535 is free"},
-        {{"--username=a"}, "no terminal"},
+        {{file}, "a new description needs '--id'"},
+        {{file, "--id=a", "--first-id=65534"}, "no id up to 65535 is free"},
         {{"--format=xml"}, "takes table, csv or json"},
     };
     for (const auto& [options, error] : cases) {
