@@ -2,9 +2,7 @@
 #include "description/nearest.hpp"
 
 #include <algorithm>
-#include <iterator>
-#include <limits>
-#include <utility>
+#include <numeric>
 #include <vector>
 
 #include <boost/algorithm/string/case_conv.hpp>
@@ -26,13 +24,12 @@ std::size_t distanceOf(const std::string& word, std::string_view knownWord) {
 }  // namespace
 
 std::size_t editDistance(std::string_view left, std::string_view right) {
-    std::vector<std::size_t> beforeLast;
+    std::vector<std::size_t> beforeLast(right.size() + 1);
     std::vector<std::size_t> last(right.size() + 1);
-    for (std::size_t column = 0; column <= right.size(); ++column) {
-        last[column] = column;
-    }
+    std::vector<std::size_t> current(right.size() + 1);
+    std::iota(last.begin(), last.end(), std::size_t{0});
     for (std::size_t row = 1; row <= left.size(); ++row) {
-        std::vector<std::size_t> current{row};
+        current[0] = row;
         for (std::size_t column = 1; column <= right.size(); ++column) {
             const bool isSame = left[row - 1] == right[column - 1];
             auto least = std::min(
@@ -41,9 +38,10 @@ std::size_t editDistance(std::string_view left, std::string_view right) {
                 left[row - 2] == right[column - 1]) {
                 least = std::min(least, beforeLast[column - 2] + 1);
             }
-            current.push_back(least);
+            current[column] = least;
         }
-        beforeLast = std::exchange(last, std::move(current));
+        beforeLast.swap(last);
+        last.swap(current);
     }
     return last.back();
 }

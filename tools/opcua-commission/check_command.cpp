@@ -119,7 +119,7 @@ class CheckCommand {
         Connection connection{device};
         readTags(connection);
         if (options_.suggests) {
-            report_.suggestions = suggestNodes(connection, checked_->tags);
+            suggestNodes(connection, checked_->tags, report_.suggestions);
         }
         if (!options_.fixedFile.empty()) {
             writeFixed();

@@ -61,6 +61,9 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // the session is still closed when a reader has enough
     try {
         return run(argc, argv);
+    } catch (const Interrupted&) {
+        std::cerr << "interrupted" << std::endl;
+        return problemsFound;
     } catch (const ServerError& error) {
         std::cerr << "opcua-commission: " << error.what() << std::endl;
         return serverRefused;

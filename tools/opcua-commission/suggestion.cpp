@@ -3,6 +3,7 @@
 
 #include "description/nearest.hpp"
 #include "opcua-commission/address_space.hpp"
+#include "opcua-commission/interrupt.hpp"
 #include "opcua-commission/progress.hpp"
 #include "opcua/tag.hpp"
 
@@ -45,19 +46,41 @@ std::string lastName(std::string_view path) {
     return Tools::lowerCase(name.substr(name.find(':') + 1));
 }
 
-/// How far a variable is from an address: by identifier or by its name, whichever is closer.
-std::size_t distance(const std::string& identifier, const Variable& variable) {
-    return std::min(Tools::editDistance(identifier, identifierOf(variable.address)),
-                    Tools::editDistance(identifier, lastName(variable.path)) + 1);
+/// What an address is compared with.
+struct Candidate {
+    const Variable* variable;
+    std::string_view namespaceIndex;
+    std::string identifier;
+    std::string name;
+};
+
+std::vector<Candidate> candidatesOf(const std::vector<Variable>& variables) {
+    std::vector<Candidate> candidates;
+    candidates.reserve(variables.size());
+    for (const auto& variable : variables) {
+        candidates.push_back({&variable, partOf(variable.address, "ns="),
+                              identifierOf(variable.address), lastName(variable.path)});
+    }
+    return candidates;
 }
 
+/// How far a variable is from an address: by identifier or by its name, whichever is closer.
+std::size_t distance(const std::string& identifier, const Candidate& candidate) {
+    return std::min(Tools::editDistance(identifier, candidate.identifier),
+                    Tools::editDistance(identifier, candidate.name) + 1);
+}
+
+/// @throws Interrupted: to compare thousands of addresses takes a while
 std::vector<std::string> likeliest(const std::string& address,
-                                   const std::vector<Variable>& variables) {
+                                   const std::vector<Candidate>& candidates) {
+    if (isInterrupted()) {
+        throw Interrupted{};
+    }
     const auto identifier = identifierOf(address);
     std::vector<std::pair<std::size_t, const Variable*>> ranked;
-    for (const auto& variable : variables) {
-        if (partOf(variable.address, "ns=") == partOf(address, "ns=")) {
-            ranked.emplace_back(distance(identifier, variable), &variable);
+    for (const auto& candidate : candidates) {
+        if (candidate.namespaceIndex == partOf(address, "ns=")) {
+            ranked.emplace_back(distance(identifier, candidate), candidate.variable);
         }
     }
     const auto count = std::min(mostNodes, ranked.size());
@@ -72,10 +95,10 @@ std::vector<std::string> likeliest(const std::string& address,
 
 }  // namespace
 
-std::vector<Suggestion> suggestNodes(Connection& connection, const std::vector<TagCheck>& tags) {
-    std::vector<Suggestion> suggestions;
+void suggestNodes(Connection& connection, const std::vector<TagCheck>& tags,
+                  std::vector<Suggestion>& suggestions) {
     if (std::ranges::none_of(tags, &TagCheck::isUnknown)) {
-        return suggestions;
+        return;
     }
     BrowseSettings settings;
     settings.isAll = std::ranges::any_of(tags, [](const TagCheck& tag) {
@@ -85,12 +108,12 @@ std::vector<Suggestion> suggestNodes(Connection& connection, const std::vector<T
     Progress progress;
     Services services{connection};
     browse(services, settings, progress, result);
+    const auto candidates = candidatesOf(result.variables);
     for (const auto& tag : tags) {
         if (tag.isUnknown) {
-            suggestions.push_back({tag.name, likeliest(tag.address, result.variables)});
+            suggestions.push_back({tag.name, likeliest(tag.address, candidates)});
         }
     }
-    return suggestions;
 }
 
 }  // namespace OpcUaCommission

@@ -9,8 +9,8 @@
 namespace OpcUaCommission {
 
 /// Looks for nodes that are like the unknown ones of a description, all over the server.
-/// @throws ServerError, Interrupted
-[[nodiscard]] std::vector<Suggestion> suggestNodes(Connection& connection,
-                                                   const std::vector<TagCheck>& tags);
+/// @throws ServerError, Interrupted: the suggestions that were found before stay
+void suggestNodes(Connection& connection, const std::vector<TagCheck>& tags,
+                  std::vector<Suggestion>& suggestions);
 
 }  // namespace OpcUaCommission
