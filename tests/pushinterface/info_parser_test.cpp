@@ -82,7 +82,8 @@ TEST(InfoParserTest, ReportsTheFirstProblem) {
         {described(R"(,"protocolOptions":{"colour":"red"})"),
          "Could not read protocolOptions[colour]: no colour"},
         {described(R"(,"tags":[{}])"), "Could not read address for tag"},
-        {described(R"(,"tags":[1])"), "Could not read address for tag"},
+        {described(R"(,"tags":[1,{"address":"x"}])"), "Could not read address for tag"},
+        {described(R"(,"a":[{"address":"x"}],"tags":[[0]])"), "Could not read address for tag"},
         {described(R"("type":"bool")", "x"), tag + "id"},
         {described(R"("id":-1,"type":"bool")", "x"), tag + "id"},
         {described(R"("id":65536,"type":"bool")", "x"), tag + "id"},
@@ -138,9 +139,12 @@ TEST(InfoParserTest, RefusesBrokenJson) {
     const std::string deep(200'000, '[');
     for (const auto& json :
          {std::string{"{"}, std::string{}, described("") + " x", described(",\"a\":\"\xff\""),
-          described(",\"a\":\"\\ud800\""), described(",\"a\":" + deep), deep}) {
+          described(",\"a\":\"\\ud800\""), described(",\"a\":" + deep), deep,
+          described(R"(,"tags":[{},{"id":}])"), described(R"(,"tags":[{}{}])"),
+          described(R"(,"tags":[{]}])"), described(R"(,"tags":[{)")}) {
         EXPECT_TRUE(parse(json).starts_with("JSON parser error: ")) << json.substr(0, 80);
     }
+    EXPECT_TRUE(parse("{\"tags\":[{},\n{\"id\":\n}]}").find("(3)") != std::string::npos);
     EXPECT_EQ("", parse("\xef\xbb\xbf" + described("") + " \r\n"));
     EXPECT_EQ("", parse(described(R"(,"a":"\"[[\\","b":")" + deep + "\"")));
 }

@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "orvik/pushinterface/detail/json_outline.hpp"
 #include "orvik/pushinterface/device.hpp"
 #include "orvik/pushinterface/tag.hpp"
 
 #include <concepts>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <utility>
 
-#include <boost/property_tree/json_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
 
 namespace Orvik::PushInterface {
@@ -31,32 +28,6 @@ concept DescribedDevice = std::derived_from<T, Device> &&
     { device.addTag(sharedTag) } -> std::same_as<std::string>;  // keeps it, in this order
     { device.parseDevice() } -> std::same_as<std::string>;      // prepares the whole device
 };
-
-namespace Detail {
-
-/// Deepest nesting of a description. The JSON reader calls itself for each level, so that a deeper
-/// text could exhaust the stack; a description needs three.
-inline constexpr std::size_t maxJsonDepth = 100;
-
-[[nodiscard]] constexpr bool isNestedTooDeep(std::string_view json) noexcept {
-    std::size_t depth = 0;
-    bool inString = false;
-    for (std::size_t i = 0; i < json.size(); ++i) {
-        const char c = json[i];
-        if (inString && c == '\\') {
-            ++i;
-        } else if (c == '"') {
-            inString = !inString;
-        } else if (!inString && (c == '{' || c == '[') && ++depth > maxJsonDepth) {
-            return true;
-        } else if (!inString && (c == '}' || c == ']') && depth > 0) {
-            --depth;
-        }
-    }
-    return false;
-}
-
-}  // namespace Detail
 
 /**
  * Reads the JSON description of a device. Keys that it does not know are ignored; of a key that
@@ -79,17 +50,17 @@ class InfoParser {
             throw std::domain_error{
                 "Orvik::PushInterface::InfoParser::parse: device must be a valid pointer"};
         }
-        Tree tree;
-        if (auto error = readJson(info, tree); !error.empty()) {
+        Detail::JsonOutline json;
+        if (auto error = json.read(info); !error.empty()) {
             return error;
         }
-        if (auto error = readDevice(tree, *device); !error.empty()) {
+        if (auto error = readDevice(json.tree, *device); !error.empty()) {
             return error;
         }
-        if (auto error = readProtocolOptions(tree, *device); !error.empty()) {
+        if (auto error = readProtocolOptions(json.tree, *device); !error.empty()) {
             return error;
         }
-        if (auto error = readTags(tree, *device); !error.empty()) {
+        if (auto error = readTags(json, *device); !error.empty()) {
             return error;
         }
         return prefixed("Could not parse device: ", device->parseDevice());
@@ -97,19 +68,6 @@ class InfoParser {
 
   private:
     using Tree = boost::property_tree::ptree;
-
-    static std::string readJson(const std::string& info, Tree& tree) {
-        if (Detail::isNestedTooDeep(info)) {
-            return "JSON parser error: nested too deep";
-        }
-        try {
-            std::istringstream stream{info};
-            boost::property_tree::read_json(stream, tree);
-        } catch (const boost::property_tree::json_parser_error& error) {
-            return std::string{"JSON parser error: "} + error.what();
-        }
-        return {};
-    }
 
     static std::string readDevice(const Tree& tree, DeviceOfProtocol& device) {
         if (!read(tree, "id", device.id)) {
@@ -138,9 +96,12 @@ class InfoParser {
         return {};
     }
 
-    static std::string readTags(const Tree& tree, DeviceOfProtocol& device) {
-        if (const auto tags = tree.get_child_optional("tags")) {
-            for (const auto& [name, description] : *tags) {
+    /// Drops of the outline what has become a tag, so that the two are not in memory together.
+    static std::string readTags(Detail::JsonOutline& json, DeviceOfProtocol& device) {
+        if (const auto tags = json.tree.get_child_optional("tags")) {
+            for (; !tags->empty(); tags->pop_front()) {
+                auto& description = tags->front().second;
+                json.expand(description);
                 if (auto error = readTag(description, device); !error.empty()) {
                     return error;
                 }

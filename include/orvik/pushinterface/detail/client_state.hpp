@@ -187,13 +187,15 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             return handleEnd(*connection);
         }
         auto& buffer = *connection->readBuffer;
-        const std::string line{static_cast<const char*>(buffer.data().data()), length - 1};
+        std::string line{static_cast<const char*>(buffer.data().data()), length - 1};
         buffer.consume(length);
+        const bool wasLarge = connection->shrinkReadBuffer();
         notifier_.post("onRead", &ClientHandler::onRead, line);
-        if (auto answer = dispatcher_.dispatch(line, connection->helloReceived); !answer.empty()) {
+        if (auto answer = dispatcher_.dispatch(std::move(line), connection->helloReceived);
+            !answer.empty()) {
             write(connection, std::move(answer));
         }
-        if (connection->shrinkReadBuffer()) {
+        if (wasLarge) {
             post(returnFreeMemory);  // after the notification, which holds the last copy
         }
         if (connection->socket.is_open()) {

@@ -30,14 +30,15 @@ class Dispatcher {
      * @param greeted of the connection; set by the greeting
      * @return the answer without line feed; empty for none
      */
-    [[nodiscard]] std::string dispatch(const std::string& line, bool& greeted) {
+    [[nodiscard]] std::string dispatch(std::string line, bool& greeted) {
         const auto message = splitLine(line);
         if (!message) {
             notifier_.report("Unexpected server message: " + line);
             return {};
         }
-        const auto type = message->type;
-        const std::string payload{message->payload};
+        const std::string type{message->type};
+        line.erase(0, line.size() - message->payload.size());
+        const auto& payload = line;  // not a copy: a description takes megabytes
         if (type == MessageType::helo) {
             greeted = true;
             return handleHelo(payload);
@@ -58,7 +59,7 @@ class Dispatcher {
                 return {};
             }
         }
-        notifier_.report("Unexpected server message type: " + std::string{type});
+        notifier_.report("Unexpected server message type: " + type);
         return {};
     }
 
