@@ -2,7 +2,7 @@
 /*
  * Preloaded into the daemon by tests, with system_log.c. The host name "never.test" is looked up
  * for ever. The wall clock is set hours forward or back between any two looks at it. FAIL="function
- * place error" makes one call of a function fail, and logs that.
+ * place error" makes one call of a function fail, and logs that; "send" counts both ways to send.
  */
 #include <dlfcn.h>
 #include <errno.h>
@@ -53,15 +53,17 @@ static int fails(const char* function) {
     return 1;
 }
 
-#define FAILABLE(type, name, parameters, arguments, result) \
-    type name parameters {                                  \
-        type(*next) parameters = NULL;                      \
-        if (fails(#name)) {                                 \
-            return result;                                  \
-        }                                                   \
-        *(void**)&next = dlsym(RTLD_NEXT, #name);           \
-        return next arguments;                              \
+#define FAILABLE_AS(counted, type, name, parameters, arguments, result) \
+    type name parameters {                                              \
+        type(*next) parameters = NULL;                                  \
+        if (fails(counted)) {                                           \
+            return result;                                              \
+        }                                                               \
+        *(void**)&next = dlsym(RTLD_NEXT, #name);                       \
+        return next arguments;                                          \
     }
+#define FAILABLE(type, name, parameters, arguments, result) \
+    FAILABLE_AS(#name, type, name, parameters, arguments, result)
 
 /* Also what it returns where clone or the mmap of the stack fails. */
 FAILABLE(int, pthread_create,
@@ -73,6 +75,8 @@ FAILABLE(int, timerfd_create, (int clock, int flags), (clock, flags), -1)
 FAILABLE(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1)
 FAILABLE(ssize_t, send, (int to, const void* bytes, size_t size, int flags),
          (to, bytes, size, flags), -1)
+FAILABLE_AS("send", ssize_t, sendmsg, (int to, const struct msghdr* message, int flags),
+            (to, message, flags), -1)
 
 static time_t jump(void) {
     static _Atomic unsigned looks = 0;
