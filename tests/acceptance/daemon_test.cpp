@@ -170,6 +170,7 @@ struct DeviceState {
     int pullDelay;
     std::string tags;
     std::string line;  // of the daemon, in that state
+    bool freezes = false;
 };
 
 void PrintTo(const DeviceState& state, std::ostream* stream) {
@@ -185,16 +186,21 @@ TEST_P(DeviceStateTest, Ends) {
     connection.send("INFO " + description(server.port(), GetParam().tags, GetParam().pullDelay) +
                     "\n");
     ASSERT_TRUE(connection.awaitLine(GetParam().line));
+    if (GetParam().freezes) {
+        server.process().signal(SIGSTOP);
+        EXPECT_FALSE(connection.awaitLine("none", 200ms));  // a Read hangs, for 5 s at most
+    }
     const auto begin = std::chrono::steady_clock::now();
     end(daemon, connection);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 4s);
-    EXPECT_THAT(server.statistics(), testing::EndsWith("sessions alive 0"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, GetParam().freezes ? 8s : 4s);
+    EXPECT_TRUE(GetParam().freezes || server.statistics().ends_with("sessions alive 0"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     States, DeviceStateTest,
     testing::Values(
         DeviceState{"PullingBackToBack", {"--tags=5"}, 0, textTag, cleared},
+        DeviceState{"InAHangingRead", {"--tags=5"}, 0, textTag, cleared, true},
         DeviceState{"InALongPause", {"--tags=5"}, 65000, textTag, cleared},
         DeviceState{
             "AfterAFailedCheckOfTags", {"--tags=4"}, 50, textTag, error("BADNODEIDUNKNOWN")}),

@@ -20,6 +20,9 @@ namespace {
 
 using namespace TestSupport;
 using std::chrono::milliseconds;
+using testing::AllOf;
+using testing::Gt;
+using testing::Lt;
 using testing::Matches;
 using testing::MatchesRegex;
 using Clock = std::chrono::steady_clock;
@@ -47,7 +50,7 @@ class Plant {
         connection_.send("INFO " + description(port, tags, pullDelay).insert(1, logIn) + "\n");
     }
 
-    /// Values flow, each behind the id of its tag, and the daemon holds what it held at first.
+    /// Values flow, each after the id of its tag, and the daemon holds what it held at first.
     void expectValues(milliseconds limit = atOnce) {
         expectBatch(limit);
         const auto usage = [this] {
@@ -217,7 +220,8 @@ TEST(OpcUaServerTest, AConnectMayFailInAnyPhase) {
         EXPECT_LE(plant.proxy.count(Hello), maxConnections);
         plant.proxy.at(row.message, {});
         plant.expectValues(afterConnect);
-        EXPECT_GT(Clock::now() - failed, 9s);
+        EXPECT_THAT(Clock::now() - failed,
+                    AllOf(Gt(isSanitized ? 9s : 9900ms), Lt(isSanitized ? 50s : 13s)));
     });
 }
 
@@ -253,9 +257,11 @@ TEST(OpcUaServerTest, MayHaveOtherTagsForAWhile) {
             plant.replaceServer({row.option});
         }
         plant.expectError(row.error);
+        const auto failed = Clock::now();
         plant.expectStatistics(".* at most 1, sessions opened 1, sessions alive 0");
         plant.replaceServer();
         plant.expectValues(afterVerify);
+        EXPECT_GT(Clock::now() - failed, 14s);
     });
 }
 

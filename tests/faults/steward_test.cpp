@@ -165,7 +165,9 @@ TEST_F(StewardTest, MayStopReadingForLong) {
     const std::string refused = "Error: BADCONNECTIONREJECTED";
     ASSERT_TRUE(daemon.log().await("<3> " + refused));
     describeLarge(9, large.port(), 200);
+    const auto deadline = std::chrono::steady_clock::now() + 120s;
     while (!Matches(HasSubstr("sessions opened 2, sessions alive 1"))(large.statistics())) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     }
     EXPECT_LT(daemon.process().residentBytes(), 64'000'000U + 32'000'000U);
 
@@ -178,6 +180,7 @@ TEST_F(StewardTest, MayStopReadingForLong) {
         lines[whole] = 0;
     }
     while (lines["9" + text] == 0 || !Matches(ended)(daemon.log().records())) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
         const auto line = connection.readLine();
         ASSERT_TRUE(lines.contains(line)) << line.substr(0, 100);
         ++lines[line];
