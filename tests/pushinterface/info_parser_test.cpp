@@ -125,7 +125,7 @@ TEST(InfoParserTest, ReportsTheFirstProblem) {
 }
 
 TEST(InfoParserTest, SwallowsUnreadablePullDelayAndStringLength) {
-    for (const std::string delay : {"70000", "-1", "\"soon\"", "{}", "null"}) {
+    for (const std::string delay : {"70000", "-1", "1.5", "\"1e2\"", "{}", "null"}) {
         const auto device = std::make_shared<FakeDevice>();
         EXPECT_EQ("", parse(described(",\"pullDelay\":" + delay), device));
         EXPECT_EQ(0, device->pullDelay);
