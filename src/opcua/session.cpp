@@ -81,7 +81,7 @@ bool stop(UA_EventLoop& loop) {
 }  // namespace
 
 /// The stack's own delete would wait without limit for a channel that it marked as closing and
-/// never closed, or for a loop that does not end; such a client is better lost than waited for.
+/// never closed, or for a loop that does not end; then leak the client rather than wait for ever.
 void ClientDeleter::operator()(UA_Client* client) const noexcept {
     auto* config = UA_Client_getConfig(client);
     config->noReconnect = true;

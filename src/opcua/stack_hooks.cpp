@@ -103,7 +103,7 @@ void StackHooks::receive(UA_ConnectionManager* manager, uintptr_t connection, vo
                          void** context, UA_ConnectionState state, const UA_KeyValueMap* parameters,
                          UA_ByteString bytes) noexcept {
     auto& hooks = hooksOf(client);
-    if (state == UA_CONNECTIONSTATE_ESTABLISHED && bytes.length == 0) {  // just now
+    if (state == UA_CONNECTIONSTATE_ESTABLISHED && bytes.length == 0) {  // the connection is new
         hooks.guard_ = {};
         limitSending(connection);
     }

@@ -253,7 +253,7 @@ TEST_F(RunTest, DropsThePlannedConnectWhenTheDisconnectThrows) {
     handler->results = {{"verifyTags", {"x"}}};
     handler->during = [times = 0](const std::string& called) mutable {
         if (called == "disconnect" && times++ < 2) {
-            throw 1;  // also from the disconnect that puts things in order
+            throw 1;  // also from the disconnect with which the run recovers
         }
     };
     const auto actual = runToEnd({.maxConnectRetries = 2,

@@ -129,7 +129,7 @@ TEST_F(MainTest, TriesAgainToStartWhileTheDescriptionIsTheCurrentOne) {
             failures = times;
             handler.onInfo("good");
         };
-        // Waits end in the order of their begin: one that is void has ended when a later one has
+        // Waits end in the order in which they began: an outdated one before a later one
         fail(1);
         handler.onDisconnected();
         const auto begin = std::chrono::steady_clock::now();

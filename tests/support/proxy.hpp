@@ -28,9 +28,10 @@ enum class Message : std::uint16_t {
     Read = 631
 };
 
-/// What the proxy does with a message. Drop: neither end hears anything any more. Reply: the text,
-/// or the message itself, instead of passing it on. HalfAnswer: and nothing more. Flood: 65 MB of
-/// chunks that end no answer. Results: the text takes the place of what was read.
+/// What the proxy does with a message. Drop: from then on nothing passes in either
+/// direction. Reply: the text, or the message itself, instead of passing it on. HalfAnswer: and
+/// nothing more. Flood: 65 MB of chunks that end no answer. Results: the text takes the place of
+/// what was read.
 struct Action {
     enum Kind { Pass, Close, Reset, Drop, Reply, HalfAnswer, Flood, Results };
     Kind kind = Pass;

@@ -195,7 +195,7 @@ class Main final : public PushInterface::ClientHandler {
         }
     }
 
-    /// @return false from the begin of the shutdown on; ask under the lock
+    /// @return false once the shutdown has begun; ask under the lock
     [[nodiscard]] bool isServing() const noexcept { return signals_ != nullptr; }
 
     // Descriptions
