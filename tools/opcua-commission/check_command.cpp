@@ -87,17 +87,11 @@ class CheckCommand {
         if (options_.isOffline || !isReadable) {
             return printReport();
         }
-        const ImpatientEnd impatientEnd{[this] {
-            const auto status = printReport();
-            std::fputs("interrupted\n", stderr);
-            return status == allGood ? problemsFound : status;
-        }};
+        const ImpatientEnd impatientEnd{[this] { return printInterrupted(); }};
         try {
             checkWithServer();
         } catch (const Interrupted&) {
-            printReport();
-            std::fputs("interrupted\n", stderr);
-            return problemsFound;
+            return printInterrupted();
         } catch (const UsageError& error) {
             printReport();
             if (!options_.server.host.empty()) {
@@ -157,6 +151,7 @@ class CheckCommand {
         const auto delay = std::max(shortest, milliseconds{description_.device->pullDelay});
         const Picture picture;
         std::string failure;
+        isWatching_ = true;
         for (;;) {
             picture.draw(linesFor(failure));
             pause(delay);
@@ -241,10 +236,21 @@ class CheckCommand {
         return isGood(report_) ? allGood : problemsFound;
     }
 
+    /// An interrupt is how a watch ends.
+    ExitStatus printInterrupted() {
+        const auto status = printReport();
+        if (isWatching_) {
+            return status;
+        }
+        std::fputs("interrupted\n", stderr);
+        return problemsFound;
+    }
+
     const Options& options_;
     CheckedDescription description_;
     CheckReport report_;
     std::optional<DeviceCheck> checked_;
+    bool isWatching_ = false;
     bool isPrinted_ = false;
 };
 

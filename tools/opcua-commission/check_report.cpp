@@ -49,19 +49,14 @@ std::string verdictOf(const TagCheck& tag) {
     return tag.advice.empty() ? text : text + "; " + tag.advice;
 }
 
-void printTable(std::FILE* output, const CheckReport& report) {
-    for (const auto& problem : report.description.problems) {
-        fmt::print(output, "{}", problemText(report.description, problem));
+void printFindings(std::FILE* output, const CheckedDescription& description) {
+    for (const auto& problem : description.problems) {
+        fmt::print(output, "{}", problemText(description, problem));
     }
-    fmt::print(output, "{}: {}\n", report.description.file, verdictText(report.description));
-    if (report.device == nullptr) {
-        return;
-    }
-    fmt::print(output, "\n");
-    const auto table = tagTable(*report.device);
-    for (const auto& line : table.draw(Tools::Table::anyWidth, Tools::Table::Styles::LeftOut)) {
-        fmt::print(output, "{}\n", line);
-    }
+    fmt::print(output, "{}: {}\n", description.file, verdictText(description));
+}
+
+void printConclusion(std::FILE* output, const CheckReport& report) {
     for (const auto& [tag, nodes] : report.suggestions) {
         fmt::print(
             output, "\n{}: {}\n", tag,
@@ -71,6 +66,19 @@ void printTable(std::FILE* output, const CheckReport& report) {
         }
     }
     fmt::print(output, "\n{}\n{}\n", publishedText(report), summaryText(*report.device));
+}
+
+void printTable(std::FILE* output, const CheckReport& report) {
+    printFindings(output, report.description);
+    if (report.device == nullptr) {
+        return;
+    }
+    fmt::print(output, "\n");
+    const auto table = tagTable(*report.device);
+    for (const auto& line : table.draw(Tools::Table::anyWidth, Tools::Table::Styles::LeftOut)) {
+        fmt::print(output, "{}\n", line);
+    }
+    printConclusion(output, report);
 }
 
 void printCsv(std::FILE* output, const CheckReport& report) {
@@ -84,12 +92,14 @@ void printCsv(std::FILE* output, const CheckReport& report) {
         }
         return;
     }
+    printFindings(stderr, report.description);  // the rows hold those of the tags only
     printCsvRow(output,
                 {"id", "address", "expected", "found", "status", "value", "problem", "advice"});
     for (const auto& tag : report.device->tags) {
         printCsvRow(output, {tag.id, tag.address, tag.expected, tag.found, tag.status, tag.value,
                              fmt::format("{}", fmt::join(tag.problems, "; ")), tag.advice});
     }
+    printConclusion(stderr, report);
 }
 
 Json jsonOf(const Problem& problem) {

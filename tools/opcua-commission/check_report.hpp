@@ -26,7 +26,8 @@ struct CheckReport {
     std::vector<Suggestion> suggestions{};
 };
 
-/// Prints a report; as CSV only the tags, or without a server the problems.
+/// Prints a report; as CSV only the tags, and all else on the standard error, or without a server
+/// the problems.
 void print(std::FILE* output, Format format, const CheckReport& report);
 
 /// A problem as compilers print theirs, with the line of the file where the syntax is wrong.

@@ -2,6 +2,7 @@
 #include "opcua-commission/password_prompt.hpp"
 
 #include "common/command_line.hpp"
+#include "opcua-commission/connection.hpp"
 #include "opcua-commission/interrupt.hpp"
 
 #include <cstdio>
@@ -63,7 +64,7 @@ std::string promptForPassword(const std::string& username) {
     }
     std::fputs("\n", terminal.get());
     if (isInterrupted()) {
-        throw Tools::UsageError{"no password was given"};
+        throw Interrupted{};
     }
     return password;
 }

@@ -66,6 +66,12 @@ void checkAddress(const std::string& host) {
                         "connect; give an IPv4 address",
                         host)};
     }
+    if (host.find_first_of("/:") != std::string::npos) {
+        throw UsageError{
+            fmt::format("'{}' is no IPv4 address; of \"opc.tcp://192.168.1.10:4840\" write "
+                        "--host=192.168.1.10 --port=4840",
+                        host)};
+    }
     const auto addresses = addressesOf(host);
     throw UsageError{fmt::format(
         "'{}' is no IPv4 address; the daemon looks up no host names, and a description holds an "
