@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include <sys/stat.h>
@@ -157,14 +156,7 @@ class BrowseCommand {
         }
         progress_.clear();
         std::ranges::sort(result_.variables, isBefore);
-        try {
-            print(stdout, options_.format, result_.variables);
-            std::fflush(stdout);
-        } catch (const std::system_error& error) {
-            if (error.code() != std::errc::broken_pipe) {  // a reader that has enough
-                throw;
-            }
-        }
+        printOut([this] { print(stdout, options_.format, result_.variables); });
     }
 
     void printSummary(std::uint64_t requests) const {

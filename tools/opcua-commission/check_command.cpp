@@ -230,8 +230,7 @@ class CheckCommand {
 
     ExitStatus printReport() {
         if (!std::exchange(isPrinted_, true)) {
-            print(stdout, options_.format, report_);
-            std::fflush(stdout);
+            printOut([this] { print(stdout, options_.format, report_); });
         }
         return isGood(report_) ? allGood : problemsFound;
     }

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-commission/subcommand.hpp"
 
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
 namespace OpcUaCommission {
 
 std::string introductionOf(const std::string& usage, const std::string& text) {
@@ -14,5 +18,18 @@ Exit status:
   2  wrong use, or a file cannot be read or written
   3  the server cannot be reached, refuses, or does not answer
 )";
+
+void printOut(const std::function<void()>& print) {
+    try {
+        print();
+        if (std::fflush(stdout) != 0) {
+            throw std::system_error{errno, std::generic_category(), "cannot write the result"};
+        }
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::broken_pipe) {
+            throw;
+        }
+    }
+}
 
 }  // namespace OpcUaCommission

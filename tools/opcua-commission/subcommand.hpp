@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace OpcUaCommission {
@@ -23,5 +24,10 @@ struct Subcommand {
 
 /// What stands after them: the exit status, the same for all.
 extern const char* const exitStatusText;
+
+/// Calls what prints the result and sees to it that it arrives. A reader that has enough is no
+/// fault.
+/// @throws std::system_error
+void printOut(const std::function<void()>& print);
 
 }  // namespace OpcUaCommission
