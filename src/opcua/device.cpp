@@ -6,7 +6,7 @@ namespace {
 
 constexpr const char* notSupported = "Not supported";
 
-/// Refers to the tag's own text.
+/// Points to the tag's own text.
 UA_NodeId nodeIdOf(Tag& tag) {
     const auto index = static_cast<UA_UInt16>(tag.namespaceIndex);
     switch (tag.identifierType) {

@@ -22,10 +22,10 @@ class Device : public Orvik::PushInterface::Device {
     [[nodiscard]] std::string setProtocolOption(const std::string& key,
                                                 const std::string& value) override;
 
-    /// Understands the tag's address. @return empty, or what is wrong with it
+    /// Parses the tag's address. @return empty, or what is wrong with it
     [[nodiscard]] static std::string parseTag(Tag& tag) { return tag.parseAddress(); }
 
-    /// Keeps the tag as the last one. @return empty
+    /// Appends the tag. @return empty
     [[nodiscard]] std::string addTag(const std::shared_ptr<Tag>& tag);
 
     /// Prepares the Read request for all tags. @return empty
@@ -36,8 +36,8 @@ class Device : public Orvik::PushInterface::Device {
     std::string username;
     std::string password;
 
-    /// Value attribute of every tag, in their order. Its entries are those below, and their texts
-    /// the tags': a copy of it shares them, and nobody releases its members.
+    /// Value attribute of every tag, in their order. Points into `readEntries_` and the tags'
+    /// texts. Copies are shallow; never clear them.
     UA_ReadRequest readRequest{};
 
   private:

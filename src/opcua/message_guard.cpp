@@ -37,7 +37,7 @@ bool MessageGuard::accepts(std::string_view bytes) {
     return true;
 }
 
-/// A size below the header's is the last thing that the stack reads.
+/// The stack gives up at a size smaller than a header, so what follows does not matter.
 std::size_t MessageGuard::chunkSize() const {
     return std::max<std::size_t>(number(4), headerSize);
 }
@@ -72,8 +72,8 @@ bool MessageGuard::hasType(std::size_t offset) const {
     return form < typeSizes.size() && start_.size() - offset >= typeSizes[form];
 }
 
-/// After the channel's number come three texts with their lengths, and two numbers. A length with
-/// the top bit set is a null text.
+/// The channel's number is followed by three texts with their lengths, and two numbers. A length
+/// with the top bit set is a null text.
 std::size_t MessageGuard::typeOffsetOfOpen() const {
     constexpr std::uint32_t longest = 0x7FFFFFFF;
     std::size_t offset = headerSize + 4;

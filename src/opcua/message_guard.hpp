@@ -12,7 +12,7 @@ namespace PullappOpcUa {
  * Sees what arrives on one connection before the stack does, and finds the messages that the stack
  * must not see. Each response begins with a numeric node id, its type. Where that cannot be read,
  * the stack up to 1.4.18 frees memory that it has never written; where it is a text instead of a
- * number, the stack never frees the text. Connections are not encrypted.
+ * number, the stack never frees the text. This works because connections are not encrypted.
  */
 class MessageGuard {
   public:
@@ -27,9 +27,9 @@ class MessageGuard {
     [[nodiscard]] std::size_t typeOffsetOfOpen() const;
     [[nodiscard]] std::uint32_t number(std::size_t offset) const;
 
-    std::string start_;            // of the current chunk, as much of it as is looked at
-    std::size_t skipped_ = 0;      // of the current chunk, after its start
-    bool continues_ = false;       // the next chunk belongs to the message of the last
+    std::string start_;            // of the current chunk: the part that is checked
+    std::size_t skipped_ = 0;      // bytes of the current chunk after its start
+    bool continues_ = false;       // the next chunk belongs to the same message
     std::uint32_t requestId_ = 0;  // of that message
 };
 

@@ -12,8 +12,8 @@
 namespace PullappOpcUa {
 namespace {
 
-/// Outlives every pause between two pulls, but not by much: a session that nobody closes counts on
-/// the server until its time is over.
+/// Longer than every pause between two pulls, but not by much: until it times out, a session that
+/// was never closed counts towards the server's limit.
 std::chrono::milliseconds sessionTimeout(const Device& device) {
     constexpr std::chrono::seconds margin{15};
     return margin + std::chrono::milliseconds{device.pullDelay};

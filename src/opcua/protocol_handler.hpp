@@ -19,7 +19,7 @@ namespace PullappOpcUa {
  * Reads all tags of an OPC UA server with one Read per pull.
  *
  * Every call ends: a connect, a Read within the request time-out of 5 s, a disconnect within a
- * second more. A lost connection is never made anew behind the caller's back.
+ * second more. It never reconnects by itself.
  */
 class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, Tag> {
   public:
@@ -35,11 +35,11 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
     /// Reads all tags once and checks that each has a scalar value of the tag's type.
     [[nodiscard]] std::string verifyTags(Device& device) override;
 
-    /// Reads all tags and writes them as one batch, or nothing if one cannot be had.
+    /// Reads all tags and writes them as one batch, or nothing if a value is missing.
     [[nodiscard]] std::string pullData(Device& device,
                                        Orvik::PushInterface::Client& client) override;
 
-    /// The session lives from one pull to the next; nothing is sent.
+    /// The session outlives a pause between two pulls, so nothing is sent.
     [[nodiscard]] std::string keepAlive(Device& /*device*/) override { return {}; }
 
   private:
@@ -47,7 +47,7 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
     [[nodiscard]] std::pair<std::string, ReadResponse> readAll(const Device& device);
 
     Session session_;
-    std::size_t batchSize_ = 0;  // of the last batch, in bytes: the next one is much like it
+    std::size_t batchSize_ = 0;  // of the last batch, in bytes, to reserve for the next
 };
 
 }  // namespace PullappOpcUa

@@ -31,7 +31,7 @@ UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
     if (response->resultsSize != tagCount) {
         return UA_STATUSCODE_BADUNEXPECTEDERROR;
     }
-    // The other results are looked at tag by tag
+    // The other results are checked tag by tag
     return tagCount != 0 && response->results[0].hasStatus ? response->results[0].status
                                                            : UA_STATUSCODE_GOOD;
 }

@@ -7,7 +7,8 @@
 #include <cstddef>
 #include <string>
 
-/// What the answer to a Read says of a device's tags. Nothing in it is trusted but its form.
+/// What the answer to a Read says about a device's tags. Only its structure is trusted (the stack
+/// has decoded it); every value is checked.
 namespace PullappOpcUa {
 
 /// Status of the Read: the service result, BadUnexpectedError on a wrong count of results, else the
@@ -29,7 +30,7 @@ namespace PullappOpcUa {
  * Appends one line for each tag, with its id and its value.
  *
  * @param response with one result for each tag
- * @return empty, or why a value cannot be had; a part of the batch may have been appended then
+ * @return empty, or why a value is missing; a part of the batch may have been appended then
  */
 [[nodiscard]] std::string appendBatch(std::string& batch, const Device& device,
                                       const ReadResponse& response);

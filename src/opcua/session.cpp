@@ -49,13 +49,13 @@ UA_StatusCode configure(UA_ClientConfig& config, const SessionSettings& settings
     return UA_ClientConfig_setAuthenticationUsername(&config, settings.username, settings.password);
 }
 
-/// Runs the stack's event loop until something holds or the time is over.
+/// Runs the stack's event loop until the predicate holds or the deadline has passed.
 template <typename Predicate>
 void runUntil(UA_Client& client, milliseconds limit, Predicate isReached) {
     constexpr milliseconds maxWait{100};
     const auto deadline = Clock::now() + limit;
-    // The loop handles a closed socket before it waits for others: look before it waits, and do not
-    // let it wait for long
+    // The loop handles a closed socket before it waits for others: check before it waits, and keep
+    // each wait short
     for (bool waits = false; !isReached() && Clock::now() < deadline; waits = !waits) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
         const auto wait = waits ? std::clamp(left, milliseconds{0}, maxWait) : milliseconds{0};
@@ -68,7 +68,7 @@ void runUntil(UA_Client& client, milliseconds limit, Predicate isReached) {
 
 /// Closes every socket. @return whether the loop has ended
 bool stop(UA_EventLoop& loop) {
-    constexpr int maxRounds = 100;  // it takes two or three
+    constexpr int maxRounds = 100;  // two or three are enough
     if (loop.state == UA_EVENTLOOPSTATE_STARTED) {
         loop.stop(&loop);
     }
@@ -80,8 +80,8 @@ bool stop(UA_EventLoop& loop) {
 
 }  // namespace
 
-/// The stack's own delete would wait without limit for a channel that it marked as closing and
-/// never closed, or for a loop that does not end; then leak the client rather than wait for ever.
+/// The stack's own delete would wait for ever for a channel that it marked as closing and never
+/// closed, or for a loop that does not end. In that case leak the client instead.
 void ClientDeleter::operator()(UA_Client* client) const noexcept {
     auto* config = UA_Client_getConfig(client);
     config->noReconnect = true;
@@ -113,8 +113,8 @@ UA_StatusCode Session::open(const std::string& endpointUrl, const SessionSetting
     return status;
 }
 
-/// Not the stack's own synchronous connect: that one never returns when the peer sends a message
-/// of a wrong type and leaves the connection open, since it waits for a close that nobody began.
+/// Not the stack's own synchronous connect: it never returns when the peer sends a message of a
+/// wrong type and leaves the connection open, since it waits for a close that nobody started.
 UA_StatusCode Session::connect(const std::string& endpointUrl) {
     UA_Client_connectAsync(client_.get(), endpointUrl.c_str());
     runUntil(*client_, requestTimeout, [this] {
@@ -122,7 +122,7 @@ UA_StatusCode Session::connect(const std::string& endpointUrl) {
         return hooks_->hasRefused() || state.status != UA_STATUSCODE_GOOD ||
                state.session == UA_SESSIONSTATE_ACTIVATED;
     });
-    // From here on a lost connection or session is a failed service
+    // From here on a lost connection or session makes the service fail
     auto* const config = UA_Client_getConfig(client_.get());
     config->noReconnect = true;
     config->noNewSession = true;
@@ -159,7 +159,7 @@ template <typename Response, typename Request>
 Response Session::call(Request& request, const UA_DataType& requestType) {
     Response response;
     auto& result = response->responseHeader.serviceResult;
-    if (!isOpen()) {  // else the stack would connect
+    if (!isOpen()) {  // otherwise the stack would connect
         result = UA_STATUSCODE_BADNOTCONNECTED;
         return response;
     }
@@ -187,7 +187,8 @@ void Session::closeOnServer() noexcept {
                         &*response, response.type());
 }
 
-/// A peer may have sent hundreds of megabytes that the C library would keep.
+/// Returns free memory too: a peer may have sent hundreds of megabytes, which the C library would
+/// keep.
 void Session::deleteClient() noexcept {
     if (client_) {
         client_.reset();

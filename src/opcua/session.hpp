@@ -17,10 +17,10 @@ inline constexpr std::chrono::milliseconds requestTimeout{5000};
 struct SessionSettings {
     const char* username = nullptr;  ///< null logs in anonymously
     const char* password = nullptr;
-    /// How long the server keeps a session that is not used. It must outlive every pause, and it
-    /// ends what a broken connection or a refused log-in leaves on the server.
+    /// How long the server keeps an unused session. Longer than every pause; afterwards the server
+    /// removes a session that a broken connection or a refused log-in has left there.
     std::chrono::milliseconds timeout{60000};
-    bool isLogged = true;  ///< the stack's notes, on the standard output
+    bool isLogged = true;  ///< whether the stack logs to the standard output
 };
 
 /// A session with one server, over a connection of its own. Used by one thread.
@@ -33,7 +33,7 @@ class Session {
 
     /**
      * Connects and opens the session in at most the request time-out, whatever the peer sends or
-     * does not send. Closes the one before.
+     * does not send. Closes the previous one first.
      *
      * @param endpointUrl is connected to as it is, also where the server advertises other names
      * @return Good, or why no session could be opened
@@ -41,9 +41,9 @@ class Session {
     [[nodiscard]] UA_StatusCode open(const std::string& endpointUrl,
                                      const SessionSettings& settings);
 
-    // Each service ends within the request time-out. A lost connection, which is not made anew, is
-    // a bad result of the whole, and so is a session that is not open: BadNotConnected. The request
-    // is a shallow copy whose header the stack fills in; what it refers to is the caller's.
+    // Each service ends within the request time-out. A lost connection or a closed session gives a
+    // bad service result (BadNotConnected where no session is open); it does not reconnect. The
+    // request is a shallow copy whose header the stack fills in; the caller owns what it points to.
 
     [[nodiscard]] ReadResponse read(UA_ReadRequest request);
     [[nodiscard]] BrowseResponse browse(UA_BrowseRequest request);
@@ -61,7 +61,7 @@ class Session {
     template <typename Response, typename Request>
     [[nodiscard]] Response call(Request& request, const UA_DataType& requestType);
 
-    std::unique_ptr<StackHooks> hooks_;  // of the client, which needs them to its end
+    std::unique_ptr<StackHooks> hooks_;  // must outlive the client
     ClientPtr client_;
 };
 

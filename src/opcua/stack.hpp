@@ -11,18 +11,18 @@
 #include <open62541/types.h>
 #include <open62541/types_generated_handling.h>
 
-/// Owners for the handles of the OPC UA stack; nothing else releases what the stack allocates.
+/// RAII owners for the handles of the OPC UA stack; nothing else releases what the stack allocates.
 namespace PullappOpcUa {
 
-/// Closes the connection and deletes the client, without a wait, whatever the server does. Closes
-/// no session.
+/// Closes the connection and deletes the client without waiting for the server. Does not close the
+/// session.
 struct ClientDeleter {
     void operator()(UA_Client* client) const noexcept;
 };
 
 using ClientPtr = std::unique_ptr<UA_Client, ClientDeleter>;
 
-/// A value of the stack's own type that lives in our frame; its members are released with it.
+/// A value of a type of the stack; its members are released with it.
 template <typename T, std::size_t typeIndex>
 class Owned {
   public:

@@ -19,7 +19,7 @@
 namespace PullappOpcUa {
 namespace {
 
-/// Discovery closes the connection and opens it anew up to twice.
+/// Discovery closes and reopens the connection up to twice.
 constexpr int maxConnections = 4;
 
 // The log
@@ -31,11 +31,11 @@ void logLine(UA_LogLevel level, UA_LogCategory category, const char* format, ...
     va_end(arguments);
 }
 
-/// A pipe that can be written takes PIPE_BUF bytes at once: time and category are to fit as well.
+/// A writable pipe takes PIPE_BUF bytes at once; time and category must fit in as well.
 void logWithoutWaiting(void* /*context*/, UA_LogLevel level, UA_LogCategory category,
                        const char* message, va_list arguments) {
     pollfd writable{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
-    // The level first: the stack has a dozen notes on every Read that nobody wants
+    // Check the level first: the stack logs a dozen debug messages for each Read
     if (level < UA_LOGLEVEL_INFO || ::poll(&writable, 1, 0) != 1) {
         return;
     }
@@ -116,7 +116,7 @@ void StackHooks::receive(UA_ConnectionManager* manager, uintptr_t connection, vo
     manager->closeConnection(manager, connection);
 }
 
-/// The caller is C, which no exception may pass: without memory nothing is safe to hand on.
+/// Called from C, so no exception may leave it: out of memory, the bytes are refused.
 bool StackHooks::accepts(std::string_view bytes) noexcept {
     try {
         return guard_.accepts(bytes);

@@ -9,18 +9,18 @@
 namespace PullappOpcUa {
 
 /**
- * What our client does where no setting of the OPC UA stack reaches.
+ * What our client needs and no setting of the OPC UA stack offers.
  *
- * - The log does not wait for a reader. The stack's own logger waits without limit for somebody to
- *   read a full pipe, and every pull with it. Needs the stack's interface only; may go when the
- *   stack's logger drops or limits by itself.
- * - A guard sees what arrives before the stack does, see `MessageGuard`. Takes the place of the
- *   function that opens connections, to put its own in front of the one that receives. May go when
+ * - The log does not wait for a reader. The stack's own logger waits for ever for somebody to read
+ *   a full pipe, and every pull waits with it. Uses only the stack's interface; remove it when the
+ *   stack's logger drops messages or limits the wait.
+ * - A guard sees what arrives before the stack does, see `MessageGuard`. Replaces the function that
+ *   opens connections, in order to put its own in front of the one that receives. Remove it when
  *   every stack that we support checks the type of an answer before it uses the answer.
- * - Sending has a limit. The stack waits without limit for a server that takes nothing off its
- *   socket. Set on the same occasion; may go when the stack has such a time-out.
- * - An attempt to connect opens a few connections only. The stack connects again by itself as long
- *   as a peer accepts and closes. May go when the stack has such a limit.
+ * - Sending has a time-out. The stack waits for ever for a server that reads nothing from its
+ *   socket. Set in the same place; remove it when the stack has such a time-out.
+ * - A connect opens only a few connections. The stack reconnects by itself as long as a peer
+ *   accepts and closes. Remove it when the stack has such a limit.
  */
 class StackHooks {
   public:
@@ -29,8 +29,8 @@ class StackHooks {
     StackHooks& operator=(const StackHooks&) = delete;
 
     /// Fills in the stack's default configuration with the hooks in place. They must outlive the
-    /// client that is made of it.
-    /// @param isLogged whether the stack's notes go to the standard output
+    /// client that is made with it.
+    /// @param isLogged whether the stack logs to the standard output
     [[nodiscard]] UA_StatusCode configure(UA_ClientConfig& config, bool isLogged);
 
     /// Whether the guard has refused a message of the client and ended its connection.

@@ -12,8 +12,8 @@ struct Row {
     std::string_view name;
 };
 
-// The two names with an underscore are masks of the info bits. BADSEMPAHOREFILEMISSING is the name
-// that operators know, letters in this order.
+// The two names with an underscore are masks of the info bits. BADSEMPAHOREFILEMISSING is spelt as
+// operators know it.
 constexpr std::array<Row, 229> rows{{
     {0x00000080, "INFOBITS_OVERFLOW"},
     {0x00000400, "INFOTYPE_DATAVALUE"},

@@ -11,8 +11,7 @@
 namespace PullappOpcUa {
 namespace {
 
-/// As the format reads it: a width is the most that a field takes, blanks before a field are
-/// skipped, and what follows the last is not looked at.
+/// Lenient, like sscanf: shorter fields, leading blanks and trailing text are accepted.
 bool parseGuid(const char* text, UA_Guid& guid) {
     auto& last = guid.data4;
     // NOLINTNEXTLINE(cert-err34-c): no number of these widths is too large

@@ -12,7 +12,7 @@ namespace PullappOpcUa {
 
 enum class IdentifierType : std::int32_t { Numeric = 0, String = 1, Guid = 2 };
 
-/// A variable of an OPC UA server; the identifier's type tells which of the identifiers counts.
+/// A variable of an OPC UA server; the identifier's type says which of the identifiers is used.
 class Tag : public Orvik::PushInterface::Tag {
   public:
     /**

@@ -14,7 +14,7 @@ namespace {
 
 using Orvik::PushInterface::TagType;
 
-// A writer for each type. @return false, with nothing appended, if the value has no text
+// One writer for each type. @return false, with nothing appended, if the value has no text
 
 bool appendBoolean(std::string& text, const void* value, const Tag& /*tag*/) {
     text += *static_cast<const UA_Boolean*>(value) ? 't' : 'f';
@@ -50,7 +50,7 @@ bool appendString(std::string& text, const void* value, const Tag& tag) {
     Orvik::PushInterface::appendStringValue(text, bytes.substr(0, bytes.find('\0')),
                                             tag.maxStringLength);
     const auto contains = [bytes](char c) { return bytes.find(c) != std::string_view::npos; };
-    if (contains('\n') || contains('\r')) {  // looked for at once, they would take thrice the time
+    if (contains('\n') || contains('\r')) {  // one search for both takes three times as long
         const auto isLineBreak = [](char c) { return c == '\n' || c == '\r'; };
         std::replace_if(std::next(text.begin(), begin), text.end(), isLineBreak, ' ');
     }

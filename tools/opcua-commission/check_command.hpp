@@ -5,7 +5,7 @@
 
 namespace OpcUaCommission {
 
-/// Tells every problem of a description, by itself and beside the server.
+/// Lists all problems of a description, of the file alone and compared with the server.
 [[nodiscard]] ExitStatus runCheck(int argc, char** argv);
 
 }  // namespace OpcUaCommission

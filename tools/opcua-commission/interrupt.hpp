@@ -8,7 +8,7 @@
 
 namespace OpcUaCommission {
 
-/// From now on SIGINT, SIGTERM and SIGHUP only set a mark, and end waits for the terminal.
+/// From now on SIGINT, SIGTERM and SIGHUP only set a flag, and interrupt waits for the terminal.
 void watchForInterrupt();
 
 /// Whether one of them came. Work stops then and prints what there is.
@@ -17,9 +17,8 @@ void watchForInterrupt();
 /**
  * Ends the process soon after an interrupt, also while the server lets us wait for seconds.
  *
- * The thread that makes one holds a lock from then on, but for the waits within `await`. When half
- * a second after an interrupt it is still in such a wait, another thread takes the lock, prints
- * what there is and ends the process.
+ * The creating thread holds a lock, except inside `await`. If it is still in there half a second
+ * after an interrupt, another thread takes the lock, prints what there is and ends the process.
  */
 class ImpatientEnd {
   public:
@@ -46,7 +45,7 @@ class ImpatientEnd {
 
     void watch();
 
-    static std::mutex* lock_;  // of the only one there is
+    static std::mutex* lock_;  // of the only instance
 
     std::function<int()> finish_;
     std::mutex mutex_;

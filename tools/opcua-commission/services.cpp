@@ -17,13 +17,13 @@
 namespace OpcUaCommission {
 namespace {
 
-/// Where the server tells no limit.
+/// Where the server gives no limit.
 constexpr std::size_t usualNodes = 100;
 
-/// Also where it allows more: an answer should come within the request time-out.
+/// Even where it allows more: an answer should come within the request time-out.
 constexpr std::size_t mostNodes = 1000;
 
-/// A node whose references come to no end: so many answers in a row that tell nothing new.
+/// The references of a node never end: give up after this many answers in a row with nothing new.
 constexpr int mostRepeatedAnswers = 100;
 
 bool isBad(UA_StatusCode status) {
@@ -60,10 +60,10 @@ bool lacksContinuationPoint(UA_StatusCode status) {
 
 }  // namespace
 
-/// Where the server goes on with an entry.
+/// Where the server continues with an entry.
 struct Services::Continuation {
     std::size_t entry;
-    std::size_t browsedTogether;  ///< entries of the Browse that it comes from
+    std::size_t browsedTogether;  ///< number of entries in the Browse that returned it
     PullappOpcUa::Owned<UA_ByteString, UA_TYPES_BYTESTRING> point{};
     std::unordered_set<NodeId, NodeIdHash> seen{};
     int repeatedAnswers = 0;
@@ -110,7 +110,7 @@ void Services::takeLimits() {
     }
     read(entries, [&](std::size_t i, const UA_DataValue& value) {
         if (value.hasValue && UA_Variant_hasScalarType(&value.value, &UA_TYPES[UA_TYPES_UINT32])) {
-            // 0 is no limit
+            // 0 means no limit
             if (const auto limit = *static_cast<const UA_UInt32*>(value.value.data); limit != 0) {
                 *limits[i].second = std::min<std::size_t>(limit, mostNodes);
             }
@@ -118,14 +118,14 @@ void Services::takeLimits() {
     });
 }
 
-/// After a request that was not carried out. @return false if its only entry is too much by itself
+/// After a request that failed. @return false if its only entry is too much by itself
 bool Services::canRetryWithFewer(std::string_view service, UA_StatusCode status, std::size_t sent,
                                  std::size_t& limit) {
     if (isTooMuch(status)) {
         limit = std::max<std::size_t>(sent / 2, 1);
         return sent > 1;
     }
-    // After both the stack has closed the connection
+    // In either of the next two cases the stack has closed the connection
     if (status == UA_STATUSCODE_BADDECODINGERROR && sent == 1) {
         connection_.reopen();
         return false;
@@ -220,7 +220,7 @@ void Services::browseNext(Browsing& browsing) {
     request.continuationPointsSize = count;
     const auto response = connection_.browseNext(request);
     if (const auto status = statusOf(response, count); status != UA_STATUSCODE_GOOD) {
-        if (!isTooMuch(status)) {  // and a new session would know none of the points
+        if (!isTooMuch(status)) {  // a new session would not know the continuation points
             throw notCarriedOut("BrowseNext", status);
         }
         if (!canRetryWithFewer("BrowseNext", status, count, maxNodesPerBrowse_)) {
@@ -238,7 +238,7 @@ void Services::browseNext(Browsing& browsing) {
 
 void Services::take(Browsing& browsing, Continuation from, const UA_BrowseResult& result) {
     if (lacksContinuationPoint(result.statusCode) && from.browsedTogether > 1) {
-        // Once more from its start, with fewer that each need one
+        // Browse it again from its start, in smaller requests: fewer points are needed at once
         maxNodesPerBrowse_ = from.browsedTogether / 2;
         browsing.pending.push_back(from.entry);
         return;
@@ -262,7 +262,7 @@ void Services::take(Browsing& browsing, Continuation from, const UA_BrowseResult
     browsing.continuations.push_back(std::move(from));
 }
 
-/// One that is not used up. All others end with the session.
+/// Releases one that is not used up. All others end with the session.
 void Services::release(UA_ByteString continuationPoint) {
     UA_BrowseNextRequest request;
     UA_BrowseNextRequest_init(&request);

@@ -12,8 +12,8 @@
 namespace OpcUaCommission {
 
 /**
- * Read and Browse of any number of nodes, in as few requests as the server takes: it may tell its
- * limits, else 100 nodes go into one, and fewer where it finds that too many.
+ * Read and Browse of any number of nodes, in as few requests as the server accepts. Where it does
+ * not publish its limits, a request has 100 nodes, and fewer where the server finds that too many.
  *
  * What the entries refer to must live until the call returns. All calls throw ServerError if the
  * server does not answer as it must, and Interrupted.
@@ -30,7 +30,7 @@ class Services {
     /// Any number of times for each entry; one reference may come more than once.
     using OnReference =
         std::function<void(std::size_t entry, const UA_ReferenceDescription& reference)>;
-    /// At most once for each entry, which has been browsed in part or not at all.
+    /// At most once for each entry that has been browsed only in part or not at all.
     using OnFailure = std::function<void(std::size_t entry, std::string reason)>;
     void browse(const std::vector<UA_BrowseDescription>& entries, const OnReference& onReference,
                 const OnFailure& onFailure);

@@ -10,7 +10,8 @@
 namespace StewardSimulator {
 namespace {
 
-/// A file keeps its position in what is open, and never blocks: that one must be shared.
+/// A file's position belongs to its open description, so share that instead of reopening. Files
+/// never block.
 bool isFile(int number) {
     struct stat status {};
     return ::fstat(number, &status) == 0 && S_ISREG(status.st_mode);

@@ -11,12 +11,12 @@ namespace StewardSimulator {
 void occupyStandardStreams();
 
 /**
- * A standard stream for asynchronous use. Where the system allows it, it is opened anew:
- * non-blocking mode belongs to what is open and would hit every other program on the same terminal
- * or pipe.
+ * A standard stream for asynchronous use. Reopened where the system allows it: non-blocking mode
+ * belongs to the open description and would affect every other program on the same terminal or
+ * pipe.
  *
  * @param number 0 or 1
- * @return closed if it cannot be had
+ * @return closed if it cannot be opened
  */
 [[nodiscard]] boost::asio::posix::stream_descriptor standardStream(boost::asio::io_context& context,
                                                                    int number);

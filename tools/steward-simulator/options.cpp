@@ -39,7 +39,7 @@ Exit status:
   2  wrong use, or a file or the port could not be opened
 )";
 
-/// What is not yet what the options mean.
+/// Option texts that are not parsed yet.
 struct Texts {
     std::string listen = "127.0.0.1";
     std::uint16_t port = 0;

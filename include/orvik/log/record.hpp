@@ -46,7 +46,8 @@ class Record {
         }
     }
 
-    /// Takes whatever a stream takes. A text needs none, and making one costs more than all else.
+    /// Takes whatever a stream takes. Text is appended directly: creating a stream is the dearest
+    /// part.
     template <typename Value>
     Record& operator<<(const Value& value) {
         if constexpr (std::convertible_to<const Value&, std::string_view>) {
@@ -66,7 +67,7 @@ class Record {
     std::unique_ptr<Sink>& sink_;
     std::int32_t level_;
     std::string text_;
-    std::optional<std::stringstream> stream_;  // from the first value on that is not a text
+    std::optional<std::stringstream> stream_;  // created by the first value that is not a text
 };
 
 }  // namespace Orvik::Log

@@ -17,7 +17,7 @@ namespace Orvik::Log {
 /**
  * Writes to the system log as "thread message"; only the priority carries the level.
  *
- * Opens the system log on construction and never closes it: the next sink opens it anew.
+ * Opens the system log on construction and never closes it: the next sink opens it again.
  */
 class SinkSyslog final : public Sink {
   public:

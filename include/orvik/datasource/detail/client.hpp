@@ -27,7 +27,7 @@ namespace Orvik::DataSource::Detail {
  * One run: connects, verifies the tags, pulls and pauses, over and over, until it is stopped.
  *
  * Each step posts the next one to the run's own event loop; the run ends when a step posts nothing
- * and no timer is pending. All but `stop` belongs to the worker thread.
+ * and no timer is pending. Everything but `stop` runs on the worker thread.
  *
  *     doConnect ─▶ doVerifyTags ─▶ doPullData ⇄ doPullDelay ⇄ doPullDelayKeepAlive
  *         ▲              │              │                            │
@@ -47,8 +47,8 @@ class Client {
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// Body of the worker thread: the run, started over when a handler has thrown. A device must
-    /// not fall silent, nor the process die, for one exception.
+    /// Body of the worker thread: the run, restarted when a handler has thrown. One exception must
+    /// neither silence a device nor end the process.
     void work() {
         while (const auto error = exceptionOf([this] { run(); })) {
             recover(*error);
@@ -96,7 +96,7 @@ class Client {
         postDelay(next.delay, next.step);
     }
 
-    /// The decision after each call of the handler. @param result empty, or the failure
+    /// Decides what follows each call of the handler. @param result empty, or the failure
     void step(const std::string& result, const Continuation& onSuccess,
               const Continuation& onFailure) {
         Log::Record{Log::garrul, LogLocations::step} << "step(\"" << result << "\")";
@@ -119,7 +119,7 @@ class Client {
     void doConnect() {
         Log::Record{Log::garrul, LogLocations::connect} << "doConnect()";
         if (stopRequested_) {
-            return;  // not connected, and a dead device could hold up the stop for seconds
+            return;  // not connected; to connect could delay the stop for seconds
         }
         countDown(connectRetriesLeft_);
         pullsLeft_ = settings_.maxPullsPerConnection;
@@ -153,7 +153,8 @@ class Client {
         }
     }
 
-    /// Waits so that the handler is called once per interval, and the last wait is not a short one.
+    /// Waits so that the handler is called at least once per interval; splits the remainder in two,
+    /// so that no wait is very short.
     void doPullDelay(std::uint32_t remaining) {
         Log::Record{Log::garrul, LogLocations::pullDelay} << "doPullDelay("
                                                           << std::to_string(remaining) << ")";
@@ -248,7 +249,7 @@ class Client {
         }
     }
 
-    /// After an exception: drops what is pending, disconnects, ends the run, waits.
+    /// After an exception: drops pending steps, disconnects, ends the run, waits.
     void recover(const std::string& error) {
         report(error);
         discardPending();
@@ -275,7 +276,7 @@ class Client {
         }
     }
 
-    /// Neither the mark for no limit nor a limit that is used up counts down.
+    /// `unlimited` and 0 stay as they are.
     static void countDown(std::uint8_t& counter) noexcept {
         if (counter != 0 && counter != Settings::unlimited) {
             --counter;
@@ -291,7 +292,7 @@ class Client {
     std::atomic<bool> stopRequested_ = false;
     std::uint8_t connectRetriesLeft_ = Settings::unlimited;
     std::uint8_t pullsLeft_ = Settings::unlimited;
-    bool discarding_ = false;          // an exception made what is pending void
+    bool discarding_ = false;  // set while steps left over from an exception are thrown away
     boost::asio::io_context loop_{1};  // run by one thread
     boost::asio::steady_timer timer_{loop_};
 };
