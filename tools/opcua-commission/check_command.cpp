@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -202,7 +203,11 @@ class CheckCommand {
         const bool isTerminal = ::isatty(STDOUT_FILENO) == 1;
         const auto size = Tools::terminalSize();
         constexpr std::size_t linesAround = 5;
-        auto lines = tagTable(*checked_).draw(
+        auto shownTags = *checked_;
+        if (isTerminal && shownTags.tags.size() + linesAround > size.rows) {
+            std::ranges::stable_partition(shownTags.tags, std::not_fn(&TagCheck::isGood));
+        }
+        auto lines = tagTable(shownTags).draw(
             isTerminal ? size.columns : Tools::Table::anyWidth,
             isTerminal ? Tools::Table::Styles::Shown : Tools::Table::Styles::LeftOut);
         if (isTerminal && lines.size() + linesAround > size.rows) {
