@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <utility>
 
 #include <sys/stat.h>
@@ -138,6 +139,7 @@ class BrowseCommand {
   private:
     void browseAll(Connection& connection) {
         Services services{connection};
+        readLimit_ = services.toldReadLimit();
         browse(services, options_.browse, progress_, result_);
         const auto& read = description_.device->readRequest;
         for (std::size_t i = 0; i < read.nodesToReadSize; ++i) {
@@ -181,16 +183,23 @@ class BrowseCommand {
             }
         }
         const auto tags = description_.json["tags"].size();
+        const bool isTooMany = readLimit_ && tags > *readLimit_;
+        if (isTooMany) {
+            fmt::print(stderr,
+                       "{}: the server reads no more than {} nodes at once, and the daemon reads "
+                       "all tags at once: make two or more devices of them\n",
+                       options_.file, *readLimit_);
+        }
         if (!isNew_ && description_.json == before) {
             fmt::print(stderr, "{}: {} tags, nothing to change\n", options_.file, tags);
-            return changes.problems.empty();
+            return changes.problems.empty() && !isTooMany;
         }
         if (isNew_ && description_.json.contains("protocolOptions")) {
             ::umask(077);  // a password is in it
         }
         Tools::writeFile(options_.file, textOf(description_.json));
         fmt::print(stderr, "{}: {} tags, {} of them new\n", options_.file, tags, changes.added);
-        return changes.problems.empty();
+        return changes.problems.empty() && !isTooMany;
     }
 
     const Options& options_;
@@ -200,7 +209,8 @@ class BrowseCommand {
     Device device_;  // where the server is, and the log-in
     Progress progress_;
     BrowseResult result_;
-    std::vector<Variable> existing_;  // what the description's tags are
+    std::vector<Variable> existing_;        // what the description's tags are
+    std::optional<std::size_t> readLimit_;  // that the server tells
     bool isPrinted_ = false;
 };
 

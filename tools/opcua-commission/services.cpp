@@ -113,6 +113,9 @@ void Services::takeLimits() {
             // 0 means no limit
             if (const auto limit = *static_cast<const UA_UInt32*>(value.value.data); limit != 0) {
                 *limits[i].second = std::min<std::size_t>(limit, mostNodes);
+                if (limits[i].second == &maxNodesPerRead_) {
+                    toldReadLimit_ = limit;
+                }
             }
         }
     });

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +23,9 @@ class Services {
   public:
     /// Asks the server for its limits. The connection must outlive this object.
     explicit Services(Connection& connection);
+
+    /// How many nodes the server says it takes in one Read; nothing if it does not tell.
+    [[nodiscard]] std::optional<std::size_t> toldReadLimit() const { return toldReadLimit_; }
 
     /// Once for each entry, in their order. Without a value, the status says why.
     using OnValue = std::function<void(std::size_t entry, const UA_DataValue& value)>;
@@ -50,6 +54,7 @@ class Services {
     Connection& connection_;
     std::size_t maxNodesPerRead_;
     std::size_t maxNodesPerBrowse_;
+    std::optional<std::size_t> toldReadLimit_;
 };
 
 }  // namespace OpcUaCommission
