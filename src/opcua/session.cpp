@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/session.hpp"
 
-#include "orvik/pushinterface/detail/free_memory.hpp"
+#include "orvik/free_memory.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -192,7 +192,7 @@ void Session::closeOnServer() noexcept {
 void Session::deleteClient() noexcept {
     if (client_) {
         client_.reset();
-        Orvik::PushInterface::Detail::returnFreeMemory();
+        Orvik::returnFreeMemory();
     }
 }
 

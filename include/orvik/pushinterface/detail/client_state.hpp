@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "orvik/free_memory.hpp"
 #include "orvik/pushinterface/client_handler.hpp"
 #include "orvik/pushinterface/detail/connection.hpp"
 #include "orvik/pushinterface/detail/dispatcher.hpp"
 #include "orvik/pushinterface/detail/event_loop.hpp"
-#include "orvik/pushinterface/detail/free_memory.hpp"
 #include "orvik/pushinterface/detail/name_lookup.hpp"
 #include "orvik/pushinterface/detail/notifier.hpp"
 #include "orvik/pushinterface/protocol.hpp"

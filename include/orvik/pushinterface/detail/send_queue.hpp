@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "orvik/pushinterface/detail/free_memory.hpp"
+#include "orvik/free_memory.hpp"
 #include "orvik/pushinterface/protocol.hpp"
 
 #include <algorithm>

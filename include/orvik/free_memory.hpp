@@ -5,7 +5,7 @@
 #include <malloc.h>
 #endif
 
-namespace Orvik::PushInterface::Detail {
+namespace Orvik {
 
 /// Hands memory that is free back to the system. The C library would keep what one large line or a
 /// backlog took, for the rest of the process.
@@ -15,4 +15,4 @@ inline void returnFreeMemory() noexcept {
 #endif
 }
 
-}  // namespace Orvik::PushInterface::Detail
+}  // namespace Orvik
