@@ -14,7 +14,6 @@
 #include <future>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -52,12 +51,9 @@ class RunningClient {
     Client* operator->() { return &client_; }
     Client& operator*() { return client_; }
 
-    void run() {
-        thread_ = std::async(std::launch::async, [this] { client_.run(); });
-    }
     void connect(std::uint16_t port, int delay = 0, const std::string& host = "127.0.0.1") {
         client_.connect(host, port, delay);
-        run();
+        thread_ = std::async(std::launch::async, [this] { client_.run(); });
     }
     [[nodiscard]] bool ends(std::chrono::milliseconds limit = 20s) {
         return thread_.wait_for(limit) == std::future_status::ready;
@@ -148,7 +144,7 @@ TEST_F(ClientTest, DispatchesEveryMessage) {
     };
     auto connection = logOn();
     for (const auto& [line, event, asksForInfo] : cases) {
-        Events expected{event, "onRead: " + line};  // the handler is asked first, and told later
+        Events expected{event, "onRead: " + line};  // direct calls come before the posted onRead
         if (event.starts_with("onClientError")) {
             std::swap(expected[0], expected[1]);
         }
@@ -163,21 +159,28 @@ TEST_F(ClientTest, DispatchesEveryMessage) {
 
 TEST_F(ClientTest, HandlerCanDeclineAnAnswerButNotInsistOnOne) {
     const struct {
+        ClientHandler* handler;
         bool answers;
         std::string id;
         std::string lines;
-    } cases[] = {{false, "id", "HELO\nDEVC OK\nIFCH\nIFCH x\n"}, {true, "", "HELO\nDEVC no\n"}};
-    for (const auto& [answers, id, lines] : cases) {
+        Events expected;
+    } cases[] = {
+        {&handler, false, "id", "HELO\nDEVC OK\nIFCH\nIFCH x\nEROR 1\n", {}},
+        {&handler, true, "", "HELO\nDEVC no\nEROR 2\n", {}},
+        {nullptr, {}, "id", "HELO\nDEVC OK\nINFO {}\n?\nIFCH\n", {"DEVC id key", "INFO", "INFO"}},
+    };
+    for (const auto& [chosen, answers, id, lines, expected] : cases) {
         handler.answers = answers;
-        RunningClient once{&handler};
+        RunningClient once{chosen};
         once->setDevice(id, "key");
         once.connect(peer.port());
         auto connection = peer.accept();
-        connection.send(lines + "EROR " + id + "\n");
-        ASSERT_TRUE(handler.await("onEror: " + id));
-
+        connection.send(lines);
+        for (const auto& answer : expected) {
+            EXPECT_EQ(answer, connection.readLine());
+        }
+        ASSERT_TRUE(!chosen || handler.await(answers ? "onEror: 2" : "onEror: 1"));
         once->setDevice("id2", "key2");  // greeted all the same
-
         EXPECT_EQ("DEVC id2 key2", connection.readLine());
         connection.close();
     }
@@ -198,39 +201,20 @@ TEST_F(ClientTest, IdentifiesTheDeviceWhenItIsSet) {
     logOff(connection);
 }
 
-TEST_F(ClientTest, AnswersWithoutHandler) {
-    RunningClient silent{nullptr};
-    silent->setDevice("id", "key");
-    silent.connect(peer.port());
-    auto connection = peer.accept();
-    connection.send("HELO\nDEVC OK\nIFCH\nINFO {}\nwhat?\n");
-    EXPECT_EQ("DEVC id key", connection.readLine());
-    EXPECT_EQ("INFO", connection.readLine());
-    EXPECT_EQ("INFO", connection.readLine());
-    connection.close();
-    EXPECT_TRUE(silent.ends());
-}
-
 TEST_F(ClientTest, ReportsWhatHandlersThrow) {
     handler.during = [](const std::string& operation) {
-        if (operation == "onInfo" || operation == "onDisconnected") {
-            throw std::runtime_error{"x"};
-        }
         if (operation == "onIfch") {
             throw 1;
         }
-        if (operation == "onClientError") {
-            throw std::runtime_error{"nobody listens"};
-        }
+        throw std::runtime_error{"x"};
     };
     auto connection = logOn();
     connection.send("INFO {}\nIFCH\n\n");
     EXPECT_EQ("INFO", connection.readLine());
-    EXPECT_TRUE(handler.await("onClientError: Exception during ClientHandler::onInfo: x"));
-    EXPECT_TRUE(handler.await(
-        "onClientError: Exception during ClientHandler::onIfch: <no exception info>"));
-    EXPECT_TRUE(handler.await(
-        "onClientError: Exception during ClientHandler::onClientError: nobody listens"));
+    for (const std::string error :
+         {"onInfo: x", "onIfch: <no exception info>", "onClientError: x"}) {
+        EXPECT_TRUE(handler.await("onClientError: Exception during ClientHandler::" + error));
+    }
     connection.close();
     EXPECT_TRUE(handler.await("onClientError: Exception during ClientHandler::onDisconnected: x"));
 }
@@ -239,7 +223,6 @@ TEST_F(ClientTest, ReportsWhatHandlersThrow) {
 
 TEST_F(ClientTest, StaysIdleAfterAFailedLookUp) {
     client.connect(1, 1, "none.test");
-
     EXPECT_TRUE(client.ends());  // no reconnect, though a delay is set
     EXPECT_THAT(handler.events(), ElementsAre("onClientError: Address resolve error"));
 }
@@ -266,23 +249,11 @@ TEST_F(ClientTest, TriesAgainWhenNoThreadCanLookUp) {
     second.close();
 }
 
-TEST_F(ClientTest, MeetingItselfIsAFailedAttempt) {
-    const auto port = peer.port();
-    { const auto gone = std::move(peer); }
-    System::nextConnectMeetsItself = true;
-    client.connect(port, 1);
-    ASSERT_TRUE(handler.await("onClientError: Could not connect to server"));
-    peer = ScriptedPeer{port};  // what met itself does not hold the port
-    auto connection = peer.accept();
-    ASSERT_TRUE(handler.await("onConnected"));
-    logOff(connection);
-    EXPECT_EQ("onClientError: Could not connect to server", handler.events().front());
-}
-
 TEST_F(ClientTest, ReconnectsAfterTheDelayAndLogsOnAnew) {
     auto first = logOn(100);
     const auto port = peer.port();
     { const auto gone = std::move(peer); }
+    System::nextConnectIsToItself = true;  // fails like the others, and leaves the port free
     const auto begin = std::chrono::steady_clock::now();
     first.reset();
     EXPECT_THAT(handler.next(6), ElementsAre("onDisconnected", "onReconnecting: auto reconnect",
@@ -296,18 +267,6 @@ TEST_F(ClientTest, ReconnectsAfterTheDelayAndLogsOnAnew) {
     second.send("HELO\n");
     EXPECT_EQ("DEVC id key", second.readLine());
     logOff(second);
-}
-
-TEST_F(ClientTest, EndsAfterALossWithoutReconnectDelay) {
-    for (const int delay : {0, -1}) {
-        RunningClient once{&handler};
-        once.connect(peer.port(), delay);
-        auto connection = peer.accept();
-        connection.send("cut in mid-li");
-        connection.close();
-        EXPECT_TRUE(once.ends());
-        EXPECT_EQ("onDisconnected", handler.events().back());
-    }
 }
 
 TEST_F(ClientTest, NoticesAHostThatVanishes) {
@@ -326,19 +285,13 @@ TEST_F(ClientTest, NoticesAHostThatVanishes) {
     logOff(connection);
 }
 
-TEST_F(ClientTest, RefusesToWriteWithoutConnectionOrAfterLogOff) {
-    client->write("lost");
+TEST_F(ClientTest, RefusesToWriteAfterLogOff) {
     auto connection = logOn();
     client->disconnect();
     client->write("too late");
     client->disconnect();
-    EXPECT_TRUE(connection.awaitLine("EXIT"));
-    connection.close();
-    EXPECT_TRUE(client.ends());
-    const auto events = handler.events();
-    EXPECT_EQ("onClientError: Cannot write without an active connection", events.front());
-    const auto refused = "onClientError: Cannot write when already disconnecting";
-    EXPECT_EQ(2, std::count(events.begin(), events.end(), refused));
+    EXPECT_TRUE(handler.await("onClientError: Cannot write when already disconnecting", 2));
+    EXPECT_EQ("EXIT", connection.readLine());
 }
 
 TEST_F(ClientTest, AFailedSendEndsTheConnection) {
@@ -355,7 +308,6 @@ TEST_F(ClientTest, AFailedSendEndsTheConnection) {
     client->write("lost");
     EXPECT_EQ("<closed>", connection.readLine());
     EXPECT_TRUE(client.ends());
-    EXPECT_THAT(handler.events(), Not(Contains("onWrite: never\n")));
     EXPECT_THAT(handler.next(3), ElementsAre("onWrite: interrupted\n",
                                              "onClientError: Write failed - socket error: 'lost\n'",
                                              "onDisconnected"));
@@ -371,53 +323,68 @@ std::string lossEnds(const std::string& what) {
     return "onClientError: Dropped " + what + " because the server did not read";
 }
 
+const std::string large(12 << 20, '7');  // more than the system buffers
+
+/// A line counts as much as the memory that it takes.
+std::string inMemory(std::size_t bytes, std::string line) {
+    line.reserve(bytes);
+    return line;
+}
+
 TEST_F(ClientTest, DropsWholeBatchesAndKeepsTheNewestErrorBeyondTheLimit) {
-    const std::string batch(16 << 20, '7');  // more than the system buffers; three are the limit
     auto connection = logOn();
-    for (int i = 0; i < 3; ++i) {
-        client->write(batch);
+    for (int i = 0; i < 2; ++i) {
+        client->write(inMemory(25'000'000, large));  // two are the limit
         pushErrorMessage(*client, "");
         pushErrorMessage(*client, "");
     }
-    pushNamedValue(*client, "large", batch, 0);  // beyond the limit from here on
+    pushNamedValue(*client, "large", large, 0);  // beyond the limit from here on
     for (const std::string error : {"older", "new"}) {
         pushErrorMessage(*client, error);
-        client->write(batch);
+        client->write("1=t\n");
     }
+    client->write("@no equals sign");
     ASSERT_TRUE(handler.await(lossBegins));
     connection.send("IFCH\n");
     ASSERT_TRUE(handler.await("onIfch"));
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_TRUE(batch == connection.readLine());
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(large == connection.readLine());
         EXPECT_EQ("@__nimbara_error_msg__=0,", connection.readLine());
         EXPECT_EQ("@__nimbara_error_msg__=0,", connection.readLine());
     }
-    EXPECT_TRUE("@large=16777216," + batch == connection.readLine());
+    EXPECT_TRUE("@large=12582912," + large == connection.readLine());
     EXPECT_EQ("@__nimbara_error_msg__=3,new", connection.readLine());
+    EXPECT_EQ("@no equals sign", connection.readLine());
     EXPECT_EQ("INFO", connection.readLine());
-
     ASSERT_TRUE(handler.await(lossEnds("2 value batches")));
     const auto events = handler.events();
     EXPECT_EQ(1, std::count(events.begin(), events.end(), lossBegins));
     const auto end = std::find(events.begin(), events.end(), lossEnds("2 value batches"));
-    EXPECT_EQ(3, std::count(events.begin(), end, "onWrite: " + batch + '\n'));  // under a half
-    client->write("1=fresh");
-    EXPECT_EQ("1=fresh", connection.readLine());
+    EXPECT_EQ(2, std::count(events.begin(), end, "onWrite: " + large + '\n'));  // under a half
+    logOff(connection);
+}
+
+TEST_F(ClientTest, ReplacesNoNamedValueThatIsPartlySent) {
+    auto connection = logOn();
+    client->write(inMemory(64'000'000, "@x=" + large));
+    pushNamedValue(*client, "x", "older", 0);
+    pushNamedValue(*client, "x", "new", 0);
+    EXPECT_TRUE("@x=" + large == connection.readLine());
+    EXPECT_EQ("@x=3,new", connection.readLine());
     logOff(connection);
 }
 
 TEST_F(ClientTest, ReportsALossAtTheEndOfItsConnection) {
     const auto lose = [&] {
-        client->write(std::string(40'000'000, '7'));  // fits, as nothing waits
-        client->write(std::string(40'000'000, '8'));
+        client->write(inMemory(70'000'000, large));  // fits, as nothing waits
+        client->write("1=t\n");
     };
     auto first = logOn(1);
     lose();
     ASSERT_TRUE(handler.await(lossBegins));
     first.reset();
     EXPECT_TRUE(handler.await(lossEnds("1 value batch")));
-    EXPECT_TRUE(handler.await("onClientError: Write failed - socket error: '" +
-                              std::string(40'000'000, '7') + "\n'"));
+    EXPECT_TRUE(handler.await("onClientError: Write failed - socket error: '" + large + "\n'"));
     auto second = peer.accept();
     ASSERT_TRUE(handler.await("onConnected", 2));
     lose();
@@ -429,12 +396,14 @@ TEST_F(ClientTest, ReportsALossAtTheEndOfItsConnection) {
 // Every state ends
 
 TEST_F(ClientTest, EndsWhileLookingUpAName) {
-    client.connect(peer.port(), 1, "slow.test");
-    ASSERT_TRUE(System::slowLookUpBegun.try_acquire_for(20s));
-    client->disconnect();
-    EXPECT_TRUE(client.ends());
+    {
+        RunningClient looking{&handler};
+        looking.connect(peer.port(), 1, "slow.test");
+        ASSERT_TRUE(System::slowLookUpBegun.try_acquire_for(20s));
+    }
+    System::slowLookUpMayEnd.release();  // and destroys the state of the client
+    ASSERT_TRUE(System::slowLookUpEnded.try_acquire_for(20s));
     EXPECT_TRUE(handler.events().empty());
-    System::slowLookUpMayEnd.release();
 }
 
 TEST_F(ClientTest, EndsWhileConnecting) {
@@ -448,45 +417,34 @@ TEST_F(ClientTest, EndsWhileConnecting) {
     EXPECT_THAT(handler.events(), ElementsAre(refused));
 }
 
-TEST_F(ClientTest, EndsWhileWaitingToReconnect) {
-    auto connection = logOn(1'000'000'000);
-    connection.close();
-    ASSERT_TRUE(handler.await("onDisconnected"));
-    client->disconnect();
-    EXPECT_TRUE(client.ends());
-    EXPECT_EQ("onDisconnected", handler.events().back());
+TEST_F(ClientTest, EndsAfterALoss) {
+    for (const int delay : {0, -1, 1'000'000'000}) {
+        RunningClient once{&handler};
+        once.connect(peer.port(), delay);
+        auto connection = peer.accept();
+        connection.send("cut in mid-li");
+        connection.close();
+        if (delay > 0) {
+            ASSERT_TRUE(handler.await("onDisconnected", 3));
+            once->disconnect();
+        }
+        EXPECT_TRUE(once.ends());
+        EXPECT_EQ("onDisconnected", handler.events().back());
+    }
 }
 
-TEST_F(ClientTest, EndsAlthoughALostConnectionStillHasLinesToWrite) {
-    auto connection = logOn();
-    client->write(std::string(32 << 20, 'x'));
-    connection.shutdownSending();
-    ASSERT_TRUE(handler.await("onDisconnected"));
-    client->disconnect();
-    EXPECT_TRUE(client.ends());
-}
-
-TEST_F(ClientTest, ALostConnectionIsClosedWhenTheNextIsThere) {
+TEST_F(ClientTest, ALostConnectionWithLinesToWriteIsClosed) {
     auto lost = logOn(1);
-    client->write(std::string(32 << 20, 'x'));
+    client->write(large);
     lost.shutdownSending();
     auto next = peer.accept();
-    EXPECT_EQ("<closed>", lost.readLine());
-    logOff(next);
-}
-
-TEST_F(ClientTest, AReplacedConnectionIsLeftForTheServerToClose) {
-    auto first = logOn();
-    const ScriptedPeer other;
-    client->connect("127.0.0.1", other.port(), 0);
-    EXPECT_EQ("EXIT", first.readLine());
-    auto second = other.accept();
+    EXPECT_EQ("<closed>", lost.readLine());  // when the next is there
     ASSERT_TRUE(handler.await("onConnected", 2));
+    client->write(large);
+    { const auto gone = std::move(peer); }
+    next.shutdownSending();
+    ASSERT_TRUE(handler.await("onDisconnected", 2));
     client->disconnect();
-    EXPECT_EQ("EXIT", second.readLine());
-    EXPECT_FALSE(first.hasData(0ms));
-    first.close();
-    second.close();
     EXPECT_TRUE(client.ends());
 }
 
@@ -498,28 +456,42 @@ TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {
     auto connection = other.accept();
     ASSERT_TRUE(handler.await("onConnected"));
     System::slowLookUpMayEnd.release();
+    ASSERT_TRUE(System::slowLookUpEnded.try_acquire_for(20s));
     EXPECT_FALSE(peer.hasConnection(50ms));  // what was found comes too late
     logOff(connection);
 }
 
-TEST_F(ClientTest, OldConnectionsEndTakesTheNewOnesPlace) {
+TEST_F(ClientTest, AReplacedConnectionIsLeftForTheServerToClose) {
     handler.during = [this](const std::string& operation) {
         if (operation == "onDisconnected") {
             client->write("lost");
         }
     };
-    auto old = logOn(1);
-    const ScriptedPeer other;
-    client->connect("127.0.0.1", other.port(), 1);
-    EXPECT_EQ("EXIT", old.readLine());
-    auto current = other.accept();
-    ASSERT_TRUE(handler.await("onConnected", 2));
-    old.close();  // deliberately counts as the loss of the current one
+    const auto replace = [this](int connections) {
+        client->connect("127.0.0.1", peer.port(), 1);
+        auto connection = peer.accept();
+        EXPECT_TRUE(handler.await("onConnected", connections));
+        return connection;
+    };
+    auto first = logOn(1);
+    auto second = replace(2);
+    EXPECT_EQ("EXIT", first.readLine());
+    first.close();  // deliberately counts as the loss of the second
     EXPECT_TRUE(handler.await("onClientError: Cannot write without an active connection"));
     ASSERT_TRUE(handler.await("onReconnecting: auto reconnect"));
-    auto next = other.accept();
+    auto third = peer.accept();
     ASSERT_TRUE(handler.await("onConnected", 3));
-    logOff(next);
+
+    auto fourth = replace(4);
+    EXPECT_EQ("<closed>", second.readLine());  // by the client, which is no loss of the fourth
+    EXPECT_EQ("EXIT", third.readLine());
+    EXPECT_THAT(handler.events(), Contains("onDisconnected").Times(1));
+    client->disconnect();
+    EXPECT_EQ("EXIT", fourth.readLine());
+    EXPECT_FALSE(third.hasData(0ms));
+    third.close();
+    fourth.close();
+    EXPECT_TRUE(client.ends());
 }
 
 // Reading and writing
@@ -532,32 +504,25 @@ TEST_F(ClientTest, ReadsLinesHoweverTheyArrive) {
     EXPECT_TRUE(handler.await("onEror: lines"));
     connection.send(" packet\n");
     EXPECT_TRUE(handler.await("onEror: in one packet"));
-}
-
-TEST_F(ClientTest, ReadsInTimeLinearInTheBytes) {
-    auto connection = logOn();
-    std::string lines;
-    for (int i = 0; i < 10'000; ++i) {
+    std::string lines = "INFO " + large + "\n";
+    for (int i = 0; i < 1000; ++i) {
         lines += "RTCH 1\n";
     }
     connection.send(lines);
-    const std::string large(16 << 20, 'x');
-    connection.send("INFO " + large + "\n");
-    ASSERT_TRUE(handler.await("onInfo: " + large));
-    const auto events = handler.events();
-    EXPECT_EQ(10'000, std::count(events.begin(), events.end(), "onRtch: on"));
+    EXPECT_TRUE(handler.await("onRtch: on", 1000));
+    EXPECT_THAT(handler.events(), Contains("onInfo: " + large));
 }
 
 TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
     auto connection = logOn();
     constexpr int lines = 500;
-    std::vector<std::thread> writers;
+    std::vector<std::future<void>> writers;
     for (const std::string name : {"a", "b"}) {
-        writers.emplace_back([this, name] {
+        writers.push_back(std::async(std::launch::async, [this, name] {
             for (int i = 0; i < lines; ++i) {
                 client->write(name + std::to_string(i) + std::string(1000, name[0]));
             }
-        });
+        }));
     }
     int next[2] = {0, 0};
     for (int i = 0; i < 2 * lines; ++i) {
@@ -565,12 +530,8 @@ TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
         auto& number = next[line[0] - 'a'];
         ASSERT_EQ(line[0] + std::to_string(number++) + std::string(1000, line[0]), line);
     }
-    for (auto& writer : writers) {
-        writer.join();
-    }
-    const std::string batch = std::string(8 << 20, 'v') + "\n";
-    client->write(batch);
-    EXPECT_EQ(std::string(8 << 20, 'v'), connection.readLine());
+    client->write(large + '\n');
+    EXPECT_TRUE(large == connection.readLine());
     EXPECT_EQ("", connection.readLine());  // the line feed of the batch itself
     pushErrorMessage(*client, std::string(300, 'e'));
     EXPECT_EQ("@__nimbara_error_msg__=255," + std::string(255, 'e'), connection.readLine());

@@ -17,8 +17,8 @@
 
 #include <gtest/gtest.h>
 
-/// What the system does otherwise than usual where a test asks for it. For one source file of a
-/// test executable: it takes the place of system calls.
+/// Replaces system calls so that a test can make them fail, wait or connect to themselves. Include
+/// it in one source file per executable.
 namespace TestSupport::System {
 
 template <typename Function>
@@ -39,8 +39,9 @@ inline void setThreadStack(std::size_t size) {
 
 inline std::binary_semaphore slowLookUpBegun{0};
 inline std::binary_semaphore slowLookUpMayEnd{0};
-inline std::atomic<int> clientSocket = -1;  ///< connected last
-inline std::atomic<bool> nextConnectMeetsItself = false;
+inline std::binary_semaphore slowLookUpEnded{0};  ///< its thread, and what it owned
+inline std::atomic<int> clientSocket = -1;        ///< connected last
+inline std::atomic<bool> nextConnectIsToItself = false;
 inline std::atomic<const std::function<int()>*> nextSend =
     nullptr;  ///< fails with the error returned
 
@@ -57,7 +58,7 @@ inline std::atomic<const std::function<int()>*> nextSend =
 extern "C" int connect(int socket, const sockaddr* address, socklen_t size) {
     using namespace TestSupport::System;
     clientSocket = socket;
-    if (nextConnectMeetsItself.exchange(false)) {
+    if (nextConnectIsToItself.exchange(false)) {
         EXPECT_EQ(0, ::bind(socket, address, size));
     }
     return systemsOwn(&connect, "connect")(socket, address, size);
@@ -86,6 +87,9 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
     if (name == "slow.test") {
         slowLookUpBegun.release();
         slowLookUpMayEnd.acquire();
+        thread_local const struct AtThreadEnd {
+            ~AtThreadEnd() { slowLookUpEnded.release(); }
+        } atThreadEnd;
     }
     if (name == "none.test") {
         return EAI_NONAME;

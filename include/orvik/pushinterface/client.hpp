@@ -35,10 +35,14 @@ class Client {
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    /// Sends a value batch, or a named value, on the current connection. What the server does not
-    /// read waits, up to 64 MB; beyond, batches are dropped, the loss is reported, and of the named
-    /// values that follow each other only the last waits.
-    /// @param message without last line feed
+    /**
+     * Sends a value batch, or a named value, on the current connection. Unread lines are kept, up
+     * to 64 MB. Beyond that value batches are dropped, the loss is reported, and of consecutive
+     * named values with the same name only the newest is kept. A connection whose server has read
+     * nothing for 120 s is given up.
+     *
+     * @param message without last line feed
+     */
     virtual void write(std::string message) {
         state_->post([state = state_.get(), message = std::move(message)]() mutable {
             state->push(std::move(message));
@@ -50,10 +54,11 @@ class Client {
         state_->post([=, state = state_.get()] { state->setDevice(id, key); });
     }
 
-    /// Leaves the current server and connects to another. @param reconnectDelay seconds; none if 0
+    /// Leaves the current server and connects to another.
+    /// @param reconnectDelay seconds; 0 or less: no reconnecting
     void connect(const std::string& host, std::uint32_t port, std::int32_t reconnectDelay) {
-        // As one piece of work: between a disconnect and what follows nothing might be pending, and
-        // `run` would end
+        // One task, not four: after `disconnect` alone nothing might be pending, and `run` would
+        // return
         state_->post([=, state = state_.get()] {
             state->disconnect();
             state->setServer(host, port, reconnectDelay);

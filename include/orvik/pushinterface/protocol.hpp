@@ -60,7 +60,7 @@ template <std::integral Integer>
 void appendDecimal(std::string& text, Integer value) {
     char digits[std::numeric_limits<Integer>::digits10 + 2];  // the sign included
     const char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    text.append(std::string_view{digits, end});  // as iterators they would take a slower way
+    text.append(std::string_view{digits, end});  // appending a view is faster than iterators
 }
 
 /**
@@ -77,7 +77,7 @@ inline void appendStringValue(std::string& text, std::string_view value, std::si
     text += value;
 }
 
-/// The same as a text of its own.
+/// The same, returned as a string.
 [[nodiscard]] inline std::string encodeStringValue(std::string_view value, std::size_t maxLength) {
     std::string text;
     appendStringValue(text, value, maxLength);

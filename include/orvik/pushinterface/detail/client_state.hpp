@@ -29,7 +29,7 @@
 namespace Orvik::PushInterface::Detail {
 
 /**
- * The state of a client: the life of its connections, in running order.
+ * The state of a client: the steps of a connection, in the order in which they run.
  *
  *     connect ─▶ resolve ─▶ connectNext ─▶ startRead ─▶ handleRead ─▶ Dispatcher ─▶ write
  *        ▲                       │             │
@@ -45,7 +45,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     using EndpointIterator = Tcp::resolver::results_type::const_iterator;
 
     /// @param handler not owned; null skips every notification
-    /// @param delayUnit what one unit of the reconnect delay is; a second but for tests
+    /// @param delayUnit unit of the reconnect delay: one second, except in tests
     ClientState(ClientHandler* handler, std::chrono::nanoseconds delayUnit)
         : notifier_{handler, loop_}, delayUnit_{delayUnit} {}
 
@@ -93,7 +93,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         resolve(attempt_);
     }
 
-    /// Queues what the data source has to say.
+    /// Queues a value batch or named value.
     void push(std::string message) { write(current_, std::move(message), Origin::dataSource); }
 
   private:
@@ -103,13 +103,17 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     void resolve(const ConnectionPtr& connection) {
         resolving_.emplace(loop_.guard());
-        const auto done = [=, this, self = shared_from_this()](ErrorCode error,
-                                                               const auto& endpoints) {
-            post([=, this, first = endpoints.begin()] { handleResolve(connection, error, first); });
+        // Not the connection itself: the look-up may be the last owner of the state, whose loop has
+        // to outlive every socket
+        const auto done = [this, self = shared_from_this(), waiting = std::weak_ptr{connection}](
+                              ErrorCode error, const auto& endpoints) {
+            post([=, this, first = endpoints.begin()] {
+                handleResolve(waiting.lock(), error, first);
+            });
         };
         try {
             lookUp(host_, std::to_string(port_), done);
-        } catch (const boost::thread_resource_error&) {  // says nothing about the name
+        } catch (const boost::thread_resource_error&) {  // not a failed resolution: try again later
             resolving_.reset();
             connectNext(connection, {});
         }
@@ -117,7 +121,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     void handleResolve(const ConnectionPtr& connection, ErrorCode error,
                        const EndpointIterator& first) {
-        if (connection != attempt_) {
+        if (!connection || connection != attempt_) {
             return;
         }
         resolving_.reset();
@@ -206,6 +210,9 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     void handleEnd(Connection& connection) {
         connection.readEnded = true;
         notifier_.report(connection.sendQueue.takeLoss());
+        if (!connection.socket.is_open()) {  // closed by `disconnect`: no loss of the current one
+            return;
+        }
         notifier_.post("onDisconnected", &ClientHandler::onDisconnected);
         current_.reset();  // deliberately whichever is current, not only this one
         if (autoReconnect_) {
@@ -231,12 +238,12 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         } else {
             queue.push(std::move(message));
         }
-        if (isFirst) {  // posted, so that the short line after each batch shares its packet
+        if (isFirst) {  // posted, so that a batch and the error value after it go out in one packet
             post([=, this] { startWrite(connection); });
         }
     }
 
-    /// Hands the system as many lines as it takes at once.
+    /// Sends as many waiting lines as the socket accepts without blocking.
     void startWrite(const ConnectionPtr& connection) {
         ErrorCode error;
         const auto sent = connection->socket.send(connection->sendQueue.unsent(), 0, error);
@@ -248,9 +255,11 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
 
     void handleWrite(const ConnectionPtr& connection, ErrorCode error) {
         auto& queue = connection->sendQueue;
-        if (error) {  // the line stays where it is, so that nothing more is written
+        if (error) {  // the failed line stays at the front; a queue that is not empty starts no
+                      // write
             notifier_.report("Write failed - socket error: '" + queue.front() + "'");
-            ErrorCode ignored;  // the read side then notices; not every failure breaks a connection
+            // Ends the read side too: after ENOBUFS, for example, the connection itself is intact
+            ErrorCode ignored;
             connection->socket.shutdown(Tcp::socket::shutdown_both, ignored);
             return;
         }
@@ -292,7 +301,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     std::int32_t reconnectDelay_ = 0;
     bool autoReconnect_ = false;
     boost::asio::steady_timer reconnectTimer_{loop_.strand()};
-    std::optional<EventLoop::WorkGuard> resolving_;  ///< a look-up is not the loop's own work
+    std::optional<EventLoop::WorkGuard> resolving_;  ///< keeps `run` going during a look-up
     ConnectionPtr attempt_;  ///< being opened; a completion for another one is out of date
     ConnectionPtr current_;
     OpenedConnections opened_;

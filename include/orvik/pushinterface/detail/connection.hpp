@@ -30,8 +30,8 @@ struct Connection {
         renewReadBuffer();
     }
 
-    /// A connect can meet itself when nobody listens and the system picks the steward's port as the
-    /// local one. It must not hold that port, not even for the time that a closed connection does.
+    /// TCP self-connect: with nobody listening, the system may choose the steward's port as the
+    /// local port. Closed with a reset, since TIME_WAIT would keep that port busy.
     [[nodiscard]] bool closeIfConnectedToItself() {
         boost::system::error_code ignored;
         if (socket.local_endpoint(ignored) != socket.remote_endpoint(ignored)) {
@@ -51,14 +51,14 @@ struct Connection {
             int name;
             int value;
         } options[] = {
-            // Else the short line after each batch would wait for the batch to be acknowledged
+            // Otherwise the short line after each batch would wait for the batch to be acknowledged
+            // (Nagle)
             {IPPROTO_TCP, TCP_NODELAY, 1},
-            // A host that vanishes is noticed after two minutes, whether or not lines are on the
-            // way
+            // A host that vanishes is noticed after two minutes, whether or not lines are unsent
             {SOL_SOCKET, SO_KEEPALIVE, 1},
-            {IPPROTO_TCP, TCP_KEEPIDLE, 60},   // seconds without traffic
-            {IPPROTO_TCP, TCP_KEEPINTVL, 10},  // seconds, and so often:
-            {IPPROTO_TCP, TCP_KEEPCNT, 6},
+            {IPPROTO_TCP, TCP_KEEPIDLE, 60},           // seconds without traffic
+            {IPPROTO_TCP, TCP_KEEPINTVL, 10},          // seconds between probes
+            {IPPROTO_TCP, TCP_KEEPCNT, 6},             // probes
             {IPPROTO_TCP, TCP_USER_TIMEOUT, 120'000},  // milliseconds
         };
         for (const auto& [level, name, value] : options) {
@@ -66,8 +66,8 @@ struct Connection {
         }
     }
 
-    /// Gives up what a large line took of memory. @return whether it did; not while bytes are
-    /// unread
+    /// Releases the memory of a large line unless received bytes are unconsumed. @return whether it
+    /// did
     bool shrinkReadBuffer() {
         constexpr std::size_t worthwhile = 131072;  // bytes: far more than other lines ever need
         if (readBuffer->size() != 0 || readBuffer->capacity() <= worthwhile) {
@@ -79,7 +79,8 @@ struct Connection {
 
     boost::asio::ip::tcp::socket socket;
     SendQueue sendQueue;
-    /// Received and not yet consumed; grows as needed. Always there.
+    /// Received and not yet consumed; grows as needed. Optional only so that it can be
+    /// replaced; never empty.
     std::optional<boost::asio::streambuf> readBuffer;
     bool helloReceived = false;  ///< greeted by the steward
     bool disconnecting = false;  ///< "EXIT" is queued; nothing may follow it
@@ -94,8 +95,8 @@ struct Connection {
 
 using ConnectionPtr = std::shared_ptr<Connection>;
 
-/// All connections that were opened and still live, for the sake of those that nobody else would
-/// close, so that the loop can end.
+/// Connections still alive, so that those which are no longer current can be closed and the loop
+/// can end.
 class OpenedConnections {
   public:
     void add(const ConnectionPtr& connection) {

@@ -64,7 +64,7 @@ class Dispatcher {
     }
 
   private:
-    /// Messages that only hand their payload on.
+    /// Messages whose payload goes to the handler and that need no answer.
     static constexpr struct {
         std::string_view type;
         std::string_view name;

@@ -12,11 +12,11 @@
 namespace Orvik::PushInterface::Detail {
 
 /**
- * Finds the addresses of a host. A name is looked up on a thread of its own, which may take as long
- * as it wants: the system's look-up cannot be interrupted, and nobody has to wait for it.
+ * Finds the addresses of a host. A name is looked up on a thread of its own, which may take
+ * arbitrarily long: the system's look-up cannot be interrupted, and nobody has to wait for it.
  *
  * @param done called with an error code and the endpoints: at once where the host is an address,
- * else on that thread. It has to keep alive what it uses.
+ * else on that thread. Must own everything it uses.
  * @throws boost::thread_resource_error where no thread can be made
  */
 template <typename Done>

@@ -28,7 +28,7 @@ class Notifier {
         }
     }
 
-    /// Queues a report of the client's own. @param message empty for none
+    /// Queues an error of the client itself. @param message empty for none
     void report(std::string message) {
         if (!message.empty()) {
             post("onClientError", &ClientHandler::onClientError, std::move(message));

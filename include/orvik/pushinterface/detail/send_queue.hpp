@@ -41,7 +41,7 @@ class SendQueue {
     }
 
     /**
-     * Adds what the data source has to say. While the backlog is full, a value batch is dropped
+     * Adds a value batch or named value. While the backlog is full, a value batch is dropped
      * whole, and a named value takes the place of the last line if that has the same name: then
      * only the latest state counts. An empty queue accepts a line of any size.
      *
@@ -62,7 +62,7 @@ class SendQueue {
         return {};
     }
 
-    /// What is to be written next. It stays in the queue, and where it is.
+    /// The bytes to send next; they stay in the queue.
     [[nodiscard]] std::vector<boost::asio::const_buffer> unsent() const {
         constexpr std::size_t linesAtOnce = 16;
         std::vector<boost::asio::const_buffer> buffers;
@@ -77,7 +77,7 @@ class SendQueue {
         return buffers;
     }
 
-    /// Notes how many more bytes were sent; `popSent` then gives the lines that are through.
+    /// Notes how many more bytes were sent; `popSent` then gives the completely sent lines.
     void addSent(std::size_t bytes) noexcept { sentOfFront_ += bytes; }
 
     /// Takes the front line if it was sent as a whole.
@@ -95,7 +95,7 @@ class SendQueue {
         return line;
     }
 
-    /// Whether so little waits that a loss is over; not as soon as one more batch would fit.
+    /// Whether the backlog is below half the limit, where a loss ends (hysteresis).
     [[nodiscard]] bool isRelieved() const noexcept { return backlog_ < backlogLimit / 2; }
 
     /// Ends the count of a loss. @return the report; empty if nothing was lost
@@ -113,13 +113,15 @@ class SendQueue {
     /// How much may wait, in bytes of memory, when another value batch comes.
     static constexpr std::size_t backlogLimit = 64'000'000;
 
-    /// In memory: the line, its object in the queue, and as much for the allocation.
+    /// In memory: the line, its object in the queue, plus the allocator's overhead.
     static std::size_t costOf(const std::string& line) noexcept {
-        return 2 * sizeof(std::string) + line.size();
+        return 2 * sizeof(std::string) + line.capacity();
     }
 
+    /// With its "="; the whole line where there is none.
     static std::string_view nameOf(std::string_view line) noexcept {
-        return line.substr(0, line.find('=') + 1);
+        const auto end = line.find('=');
+        return end == std::string_view::npos ? line : line.substr(0, end + 1);
     }
 
     void returnMemory() noexcept {
