@@ -7,8 +7,8 @@
 
 namespace Orvik {
 
-/// Hands memory that is free back to the system. The C library would keep what one large line or a
-/// backlog took, for the rest of the process.
+/// Returns free memory to the system. Otherwise the C library keeps the memory of one large line or
+/// a backlog until the process ends.
 inline void returnFreeMemory() noexcept {
 #ifdef __GLIBC__
     ::malloc_trim(0);

@@ -22,7 +22,7 @@ namespace {
 
 using Tools::UsageError;
 
-/// Variables that are read together, at least: the last ones of a level wait for the next.
+/// Read at least this many variables together: the last ones of a level wait for the next level.
 constexpr std::size_t readTogether = 1000;
 
 struct Node {
@@ -43,7 +43,7 @@ UA_BrowseDescription childrenOf(const Node& node) {
     return entry;
 }
 
-/// Servers need not heed the mask of node classes, and may refer to nodes of others.
+/// Servers may ignore the node class mask, and may refer to nodes of other servers.
 bool isChild(const UA_ReferenceDescription& reference) {
     const bool isOurs =
         reference.nodeId.serverIndex == 0 && reference.nodeId.namespaceUri.length == 0;
@@ -154,7 +154,7 @@ class Search {
     void run() {
         std::vector<Node> level;
         auto root = findRoot(services_, settings_.root);
-        // A root among the server's own nodes is wanted with what is below it
+        // If the root is one of the server's own nodes, so are the nodes below it: list them
         isAll_ = settings_.isAll ||
                  (root.id.get().namespaceIndex == 0 && !(root.id == objectsFolder().id));
         take(std::move(root), level);
@@ -218,7 +218,7 @@ class Search {
     BrowseResult& result_;
     bool isAll_ = false;
     std::unordered_set<NodeId, NodeIdHash> seen_;
-    std::size_t read_ = 0;  // of the variables
+    std::size_t read_ = 0;  // number of variables read
 };
 
 }  // namespace

@@ -16,12 +16,12 @@ namespace OpcUaCommission {
 struct BrowseSettings {
     std::string root;                  ///< an address, or "/Path/Of/Names"; empty: Objects folder
     std::vector<std::string> match;    ///< globs of browse paths; empty: all
-    std::vector<std::string> exclude;  ///< the same; goes before `match`
+    std::vector<std::string> exclude;  ///< the same; overrides `match`
     std::optional<std::size_t> depth;  ///< levels below the root; none: all
     bool isAll = false;                ///< also namespace 0
 };
 
-/// What has been found, also where the search broke off.
+/// What has been found, also if the search was cut short.
 struct BrowseResult {
     std::vector<Variable> variables;   ///< breadth first, each once
     std::size_t nodes = 0;             ///< that were seen
@@ -32,14 +32,14 @@ struct BrowseResult {
  * Follows the hierarchical references, and reads the variables that are wanted.
  *
  * @param result empty; filled as the search goes on, complete when this returns
- * @throws ServerError, Interrupted: the result holds what was found before
+ * @throws ServerError, Interrupted; the result has what was found before
  * @throws Tools::UsageError if there is no such root
  */
 void browse(Services& services, const BrowseSettings& settings, Progress& progress,
             BrowseResult& result);
 
-/// Whether the globs of the settings want a variable of that path. They see it with the namespaces
-/// of its names ("/2:Line/2:Speed") and without ("/Line/Speed").
+/// Whether the globs of the settings want a variable of that path. They are tried with the
+/// namespaces of its names ("/2:Line/2:Speed") and without ("/Line/Speed").
 [[nodiscard]] bool isWanted(const BrowseSettings& settings, const std::string& path);
 
 }  // namespace OpcUaCommission

@@ -93,7 +93,7 @@ void checkOptions(const Options& options, bool isNew) {
     }
 }
 
-/// By path, numbers in it by their value: servers give their nodes in any order.
+/// Sorts by path, and numbers in it by value: servers return their nodes in any order.
 bool isBefore(const Variable& left, const Variable& right) {
     return ::strverscmp(left.path.c_str(), right.path.c_str()) < 0;
 }

@@ -146,7 +146,7 @@ class CheckCommand {
         fmt::print(stderr, "{}: {} types corrected\n", options_.fixedFile, count);
     }
 
-    /// Until an interrupt. A lost connection is told of and made anew.
+    /// Until an interrupt. A lost connection is reported and reopened.
     [[noreturn]] void watch(Connection& connection) {
         constexpr milliseconds shortest{100};  // nobody can read faster
         const auto delay = std::max(shortest, milliseconds{description_.device->pullDelay});
@@ -168,7 +168,7 @@ class CheckCommand {
         }
     }
 
-    /// The terminal's other screen, or lines one after the other where there is no terminal.
+    /// The terminal's alternate screen, or plain lines where there is no terminal.
     class Picture {
       public:
         Picture() { write(Tools::Screen::enter); }

@@ -20,7 +20,7 @@ std::string_view severityName(const Problem& problem) {
     return problem.severity == Severity::Note ? "note" : "problem";
 }
 
-/// The line of a place, with a mark below; of a long line the part around it.
+/// The line at an offset, with a mark below it; of a long line, the part around it.
 std::string excerpt(std::string_view json, std::size_t offset) {
     constexpr std::size_t most = 60;  // bytes on either side
     const auto lineBegin = offset == 0 ? 0 : json.rfind('\n', offset - 1) + 1;
@@ -92,7 +92,7 @@ void printCsv(std::FILE* output, const CheckReport& report) {
         }
         return;
     }
-    printFindings(stderr, report.description);  // the rows hold those of the tags only
+    printFindings(stderr, report.description);  // the rows have only those of the tags
     printCsvRow(output,
                 {"id", "address", "expected", "found", "status", "value", "problem", "advice"});
     for (const auto& tag : report.device->tags) {

@@ -13,7 +13,7 @@
 
 namespace OpcUaCommission {
 
-/// Existing nodes that an unknown address may be meant to be.
+/// Existing nodes that an unknown address may stand for.
 struct Suggestion {
     std::string tag;                 ///< its name
     std::vector<std::string> nodes;  ///< "ns=2;i=5 (/Line/Speed)", the likeliest first
@@ -26,8 +26,8 @@ struct CheckReport {
     std::vector<Suggestion> suggestions{};
 };
 
-/// Prints a report; as CSV only the tags, and all else on the standard error, or without a server
-/// the problems.
+/// Prints a report; as CSV only the tags, with everything else on the standard error, or without a
+/// server the problems.
 void print(std::FILE* output, Format format, const CheckReport& report);
 
 /// A problem as compilers print theirs, with the line of the file where the syntax is wrong.

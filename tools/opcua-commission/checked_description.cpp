@@ -27,7 +27,7 @@ std::uint16_t numberOf(const Object& object, std::string_view key) {
                              : Tools::numberOf<std::uint16_t>(*member).value_or(0);
 }
 
-/// As the daemon reads it, or only its id and address. Null if that does not do.
+/// As the daemon reads it, else only its id and address. Null if not even these can be read.
 std::shared_ptr<Tag> readTag(std::string_view json, const Object& object) {
     const auto probe = std::make_shared<Device>();
     const auto alone =
@@ -48,7 +48,7 @@ void readServer(const Tools::Document& document, Device& device) {
     device.port = numberOf(document.device, "port");
     device.pullDelay = numberOf(document.device, "pullDelay");
     for (const auto& option : document.options.members) {
-        static_cast<void>(device.setProtocolOption(option.key, option.text));  // told of already
+        static_cast<void>(device.setProtocolOption(option.key, option.text));  // already reported
     }
 }
 

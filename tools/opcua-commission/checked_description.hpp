@@ -12,7 +12,7 @@
 
 namespace OpcUaCommission {
 
-/// A description file, with all that can be said of it without a server.
+/// A description file, with all that can be said about it without a server.
 struct CheckedDescription {
     /// @throws std::runtime_error if the file cannot be read
     explicit CheckedDescription(const std::string& path);

@@ -13,7 +13,8 @@ namespace OpcUaCommission {
 
 namespace {
 
-/// There are no pauses; what a lost connection leaves on the server is to end soon.
+/// Short, since there are no pauses: a session that a lost connection leaves behind should end
+/// soon.
 constexpr std::chrono::seconds sessionTimeout{15};
 
 }  // namespace
@@ -34,7 +35,7 @@ Connection::Connection(const PullappOpcUa::Device& device)
     check(open());
 }
 
-/// The server may count those that broke until their time is over.
+/// Retries: the server may still count broken sessions until they time out.
 void Connection::reopen() {
     const auto deadline = std::chrono::steady_clock::now() + 2 * sessionTimeout;
     auto status = open();

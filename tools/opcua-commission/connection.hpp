@@ -18,7 +18,7 @@ class ServerError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The user wants an end: print what there is.
+/// The user wants to stop: print what there is.
 class Interrupted : public std::exception {
   public:
     [[nodiscard]] const char* what() const noexcept override { return "interrupted"; }
@@ -42,16 +42,16 @@ class Connection {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
-    /// Each call is one request, whose answer tells by its service result whether it was carried
-    /// out. @throws Interrupted
+    /// Each call is one request; the service result of the answer says whether it succeeded.
+    /// @throws Interrupted
     [[nodiscard]] ReadResponse read(const UA_ReadRequest& request);
     [[nodiscard]] BrowseResponse browse(const UA_BrowseRequest& request);
     [[nodiscard]] BrowseNextResponse browseNext(const UA_BrowseNextRequest& request);
 
-    /// Connects anew. @throws ServerError, Interrupted
+    /// Reconnects. @throws ServerError, Interrupted
     void reopen();
 
-    /// So far.
+    /// Number of requests so far.
     [[nodiscard]] std::uint64_t requests() const noexcept { return requests_; }
 
   private:

@@ -35,7 +35,7 @@ bool hasLogIn(const Device& device) {
     return device.authenticationType == AuthenticationType::Username;
 }
 
-/// What is the same stays as it is written.
+/// Unchanged values stay as they are written.
 void setDevice(Description& description, const DescriptionSettings& settings, const Device& device,
                DescriptionChanges& changes) {
     auto& json = description.json;
@@ -70,7 +70,7 @@ void setDevice(Description& description, const DescriptionSettings& settings, co
     }
 }
 
-/// Its type only; what else it has, and its place, stay.
+/// Changes its type only; its other keys, and its place, stay.
 void setType(Json& tag, TagType type) {
     for (const auto* key : {"signed", "width"}) {
         tag.erase(key);
@@ -85,7 +85,7 @@ std::string nameOf(const Tag& tag) {
     return fmt::format("tag {} {}", tag.id, tag.address);
 }
 
-/// @return whether the tag goes
+/// @return whether the tag is to be removed
 bool updateTag(Json& json, const Tag& tag, const Variable& variable, bool prunes,
                DescriptionChanges& changes) {
     if (variable.isUnknown && prunes) {
@@ -106,7 +106,7 @@ bool updateTag(Json& json, const Tag& tag, const Variable& variable, bool prunes
     return false;
 }
 
-/// Gives out ids, in ascending order, that no tag has had.
+/// Returns unused ids in ascending order.
 class FreeIds {
   public:
     FreeIds(const Device& device, std::uint16_t first) : next_{first} {

@@ -27,7 +27,7 @@ struct Description {
 /// The text of a description: one key a line, one tag a line.
 [[nodiscard]] std::string textOf(const nlohmann::ordered_json& description);
 
-/// What to write, where the command line tells it.
+/// What to write, as far as the command line says.
 struct DescriptionSettings {
     std::string id;
     std::optional<std::uint16_t> pullDelay;
@@ -35,16 +35,16 @@ struct DescriptionSettings {
     bool prunes = false;  ///< removes tags whose node is gone
 };
 
-/// What has become different, in sentences for the user.
+/// What has changed, in sentences for the user.
 struct DescriptionChanges {
     std::size_t added = 0;
     std::vector<std::string> notes;     ///< what was changed
-    std::vector<std::string> problems;  ///< what is left to be done, as a node that is gone
+    std::vector<std::string> problems;  ///< what is left to do, such as a node that is gone
 };
 
 /**
- * Brings a description up to date: a tag that is there keeps its id and its settings, and gets the
- * type that its node has now; variables without a tag get one with a free id, at the end.
+ * Updates a description: an existing tag keeps its id and its settings, and gets the type that its
+ * node has now; variables without a tag get one with a free id, at the end.
  *
  * @param description without tags if it is new
  * @param device where the server is, and the log-in, which are written too

@@ -15,7 +15,7 @@ constexpr milliseconds lookInterval{50};
 constexpr milliseconds patience{500};
 
 std::atomic<bool> interrupted = false;
-static_assert(std::atomic<bool>::is_always_lock_free);  // or a signal handler must not use it
+static_assert(std::atomic<bool>::is_always_lock_free);  // a signal handler may use no other
 
 }  // namespace
 

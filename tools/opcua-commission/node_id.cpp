@@ -30,7 +30,7 @@ std::string base64(const UA_ByteString& bytes) {
     return std::string{bytesOf(*text)};
 }
 
-/// The node that the daemon would ask for; null if it refuses the address.
+/// A device with the node that the daemon would read; null if it refuses the address.
 std::shared_ptr<PullappOpcUa::Device> deviceWith(const std::string& address, std::string& error) {
     auto device = std::make_shared<PullappOpcUa::Device>();
     const auto tag = std::make_shared<PullappOpcUa::Tag>();

@@ -36,8 +36,8 @@ struct NodeIdHash {
     std::size_t operator()(const NodeId& id) const noexcept { return UA_NodeId_hash(&id.get()); }
 };
 
-/// As a description writes it: "ns=2;i=1001". An opaque identifier, which no description can hold,
-/// has "b=" and Base64.
+/// As a description writes it: "ns=2;i=1001". An opaque identifier, which no description can
+/// contain, has "b=" and Base64.
 [[nodiscard]] std::string addressOf(const UA_NodeId& id);
 
 /// Why the daemon would not find the node by that address; empty if it would.

@@ -19,7 +19,7 @@ struct Closer {
 
 using Terminal = std::unique_ptr<std::FILE, Closer>;
 
-/// No echo as long as it lives.
+/// Switches the terminal's echo off while it lives.
 class Silence {
   public:
     explicit Silence(int terminal) : terminal_{terminal} {

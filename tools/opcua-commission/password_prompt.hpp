@@ -5,7 +5,7 @@
 
 namespace OpcUaCommission {
 
-/// Asks the terminal of the process for a password, which does not appear there.
+/// Asks for a password on the terminal of the process, without echo.
 /// @throws Tools::UsageError if there is no terminal; Interrupted
 [[nodiscard]] std::string promptForPassword(const std::string& username);
 

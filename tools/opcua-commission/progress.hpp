@@ -6,8 +6,8 @@
 
 namespace OpcUaCommission {
 
-/// What a search has come to, in one line on the standard error if that is a terminal and it takes
-/// longer than a second. The line goes with the object.
+/// Progress of a search, in one line on the standard error if that is a terminal and the search
+/// takes longer than a second. The destructor removes the line.
 class Progress {
   public:
     Progress() = default;
@@ -17,7 +17,7 @@ class Progress {
 
     void show(std::size_t nodes, std::size_t variables);
 
-    /// Takes the line away.
+    /// Removes the line.
     void clear();
 
   private:

@@ -10,7 +10,7 @@
 
 namespace OpcUaCommission {
 
-/// Where the server is and how to log in, as far as the command line tells.
+/// Where the server is and how to log in, as far as the command line says.
 struct ServerOptions {
     std::string host;
     std::optional<std::uint16_t> port;
@@ -22,8 +22,8 @@ struct ServerOptions {
 void addServerOptions(Tools::CommandLine& commandLine, ServerOptions& options);
 
 /**
- * Completes a device, which may come from a description, by what the command line tells: that goes
- * first. Asks the terminal for a password that neither has.
+ * Completes a device, which may come from a description, with the options of the command line,
+ * which override it. Asks on the terminal for a password that neither has.
  *
  * @throws Tools::UsageError if there is no usable address or no password
  */

@@ -19,14 +19,13 @@ struct Subcommand {
     ExitStatus (*run)(int argc, char** argv);
 };
 
-/// What stands in front of the options in a subcommand's help text.
+/// The part of a subcommand's help text before the options.
 [[nodiscard]] std::string introductionOf(const std::string& usage, const std::string& text);
 
-/// What stands after them: the exit status, the same for all.
+/// The part after them: the exit status, the same for all.
 extern const char* const exitStatusText;
 
-/// Calls what prints the result and sees to it that it arrives. A reader that has enough is no
-/// fault.
+/// Calls what prints the result, and flushes it. A reader that stops reading is no error.
 /// @throws std::system_error
 void printOut(const std::function<void()>& print);
 

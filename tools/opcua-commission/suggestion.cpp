@@ -31,7 +31,7 @@ std::string_view partOf(std::string_view address, std::string_view prefix) {
     return {};
 }
 
-/// The identifier without its kind: "i=5" may be meant where "s=5" is.
+/// The identifier without its kind: "s=5" may stand for "i=5".
 std::string identifierOf(std::string_view address) {
     for (const std::string_view prefix : {"s=", "i=", "g="}) {
         if (const auto part = partOf(address, prefix); !part.empty()) {
@@ -70,7 +70,7 @@ std::size_t distance(const std::string& identifier, const Candidate& candidate) 
                     Tools::editDistance(identifier, candidate.name) + 1);
 }
 
-/// @throws Interrupted: to compare thousands of addresses takes a while
+/// @throws Interrupted, since comparing thousands of addresses takes a while
 std::vector<std::string> likeliest(const std::string& address,
                                    const std::vector<Candidate>& candidates) {
     if (isInterrupted()) {

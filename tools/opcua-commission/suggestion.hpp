@@ -8,8 +8,8 @@
 
 namespace OpcUaCommission {
 
-/// Looks for nodes that are like the unknown ones of a description, all over the server.
-/// @throws ServerError, Interrupted: the suggestions that were found before stay
+/// Searches the whole server for nodes that are similar to the unknown ones of a description.
+/// @throws ServerError, Interrupted; the suggestions found before are kept
 void suggestNodes(Connection& connection, const std::vector<TagCheck>& tags,
                   std::vector<Suggestion>& suggestions);
 

@@ -83,7 +83,7 @@ void compare(TagCheck& check, const Tag& tag, const UA_DataValue& result, bool i
     }
 }
 
-/// What is known without the server; the advice of that gives way to what the server says.
+/// Adds what is known without the server; advice from the server takes precedence.
 void addProblems(std::vector<TagCheck>& tags, const std::vector<Tools::Problem>& problems) {
     for (const auto& problem : problems) {
         if (problem.severity != Tools::Severity::Problem || problem.place.tagIndex >= tags.size()) {
@@ -97,7 +97,7 @@ void addProblems(std::vector<TagCheck>& tags, const std::vector<Tools::Problem>&
     }
 }
 
-/// By the daemon's own code, in the order in which it looks.
+/// Found by the daemon's own code, in the order in which it checks.
 std::string published(const PullappOpcUa::Device& device, const ReadResponse& response) {
     const auto status = PullappOpcUa::statusOf(response, device.tags.size());
     if (status != UA_STATUSCODE_GOOD) {

@@ -11,7 +11,7 @@
 
 namespace OpcUaCommission {
 
-/// A tag of a description beside what the server says of it.
+/// A tag of a description compared with what the server says about it.
 struct TagCheck {
     std::string name;  ///< such as "tag 3 (id 7, ns=2;i=5)"
     std::string id;
@@ -23,13 +23,13 @@ struct TagCheck {
     std::vector<std::string> problems;  ///< in the daemon's words where it has some
     std::string advice;                 ///< what to write instead
     bool isUnknown = false;             ///< the server has no such node
-    /// What the description ought to say; nothing if it says so, or the server does not tell.
+    /// What the description should say; nothing if it already does, or if the server gives no type.
     std::optional<TagType> rightType{};
 
     [[nodiscard]] bool isGood() const noexcept { return problems.empty(); }
 };
 
-/// What has come of one Read of all tags.
+/// The result of one Read of all tags.
 struct DeviceCheck {
     std::vector<TagCheck> tags;  ///< of the description, in its order
     std::string published;       ///< by the daemon as the error value, empty for none

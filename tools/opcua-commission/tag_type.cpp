@@ -13,7 +13,7 @@
 namespace OpcUaCommission {
 namespace {
 
-// In the order of the stack's kinds
+// In the order of the stack's type kinds
 constexpr std::array<std::string_view, 25> builtInNames{
     "Boolean",       "SByte",     "Byte",           "Int16",      "UInt16",
     "Int32",         "UInt32",    "Int64",          "UInt64",     "Float",

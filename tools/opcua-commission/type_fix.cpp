@@ -17,10 +17,10 @@ bool tellsType(const Member& member) {
     return member.key == "type" || member.key == "signed" || member.key == "width";
 }
 
-/// A tag in which the keys of the type stand together, where the first of them was.
+/// A tag with the keys of its type together, where the first of them was.
 std::string withType(std::string_view json, const Object& tag, TagType type) {
     std::string text{"{"};
-    auto end = tag.range.begin + 1;  // of the member before
+    auto end = tag.range.begin + 1;  // of the previous member
     bool isTypeWritten = false;
     for (const auto& member : tag.members) {
         const auto gap = Range{end, member.keyRange.begin}.of(json);  // with its comma

@@ -9,7 +9,7 @@
 
 namespace OpcUaCommission {
 
-/// The text of a description with the types that the server has. Not another character changes.
+/// The text of a description with the server's types. No other character changes.
 /// @param tags of the document, in its order
 [[nodiscard]] std::string withRightTypes(const Tools::Document& document,
                                          const std::vector<TagCheck>& tags);

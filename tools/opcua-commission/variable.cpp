@@ -64,7 +64,7 @@ void setValue(Variable& variable, const UA_Variant& value) {
     }
 }
 
-/// @return whether there is a value that tells the type
+/// @return whether there is a value that shows the type
 bool takeValue(Variable& variable, const UA_DataValue& value) {
     variable.isReadable = value.hasValue;
     if (value.hasValue && value.value.type != nullptr) {
@@ -113,7 +113,7 @@ void VariableReader::markArrays(const std::vector<Variable*>& variables) {
                    });
 }
 
-/// @return those of which the value does not tell the type
+/// @return those whose value does not show the type
 std::vector<Variable*> VariableReader::readValues(const std::vector<Variable*>& variables) {
     std::vector<Variable*> without;
     std::vector<Variable*> scalars;

@@ -17,7 +17,7 @@ namespace OpcUaCommission {
 /// A variable of a server, as the daemon would pull it.
 struct Variable {
     NodeId nodeId;
-    std::string path;     ///< browse names from the Objects folder on, each after a "/"
+    std::string path;     ///< browse names from the Objects folder, each after a "/"
     std::string address;  ///< as a description writes it
     std::string type;     ///< "int, signed, 32"; where no tag has it, as OPC UA names it
     TagType tagType = TagType::Unknown;
@@ -30,14 +30,14 @@ struct Variable {
 };
 
 /**
- * Reads what variables are. The type is that of the value; where there is no value now, and for
- * arrays, that to which the data type of the variable leads.
+ * Reads type and value of variables. The type is that of the value; where there is no value now,
+ * and for arrays, it is derived from the data type of the variable.
  */
 class VariableReader {
   public:
     explicit VariableReader(Services& services) : services_{services} {}
 
-    /// Completes variables, of which node id and path are given.
+    /// Completes variables whose node id and path are given.
     /// @throws ServerError, Interrupted
     void read(std::vector<Variable>& variables, std::size_t first, std::size_t count);
 

@@ -39,7 +39,7 @@ struct Argument {
     return {.name = text.substr(0, equals), .value = text.substr(equals + 1)};
 }
 
-/// Takes effect at once, so that later start-up messages already obey it.
+/// Takes effect at once, so that later start-up messages already use it.
 [[nodiscard]] inline bool setLogLevel(std::string_view value) {
     std::uint32_t level = 0;
     if (!boost::conversion::try_lexical_convert(value, level) || level > Log::mostVerboseLevel) {
@@ -112,7 +112,7 @@ struct Argument {
     return settings;
 }
 
-/// Names of the program as `--version` prints them.
+/// What `--version` prints.
 struct Identity {
     const std::string& protocolName;
     const std::string& version;
@@ -130,7 +130,7 @@ inline void printUsage(std::string_view program, std::ostream& output) {
            << " [--steward-host=127.0.0.1] [--steward-port=9230] [--log-level=6]" << std::endl;
 }
 
-/// Reports the first required argument that is not there, which leads to the usage text.
+/// Reports the first missing required argument, which leads to the usage text.
 inline void reportMissingArgument(Settings& settings, std::string_view program,
                                   std::ostream& errors) {
     if (const auto missing = Detail::missingArgument(settings); !missing.empty()) {

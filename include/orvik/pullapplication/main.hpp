@@ -119,7 +119,7 @@ class Main final : public PushInterface::ClientHandler {
             return;
         }
         setWaiting(device);
-        source_.stop();  // not under the lock, which the shutdown needs: this may take seconds
+        source_.stop();  // without the lock, which the shutdown needs: this may take seconds
         start(device);
     }
 
@@ -147,7 +147,7 @@ class Main final : public PushInterface::ClientHandler {
 
     void serve(const Settings& settings) {
         moveLogToSyslog(settings.deviceId);
-        // A reader of the standard output that goes away must not end the process
+        // A reader of the standard output that exits must not end the process
         std::signal(SIGPIPE, SIG_IGN);
         boost::thread clientThread;  // declared first, so that it is destroyed after the loop
         boost::asio::io_context loop;
@@ -185,17 +185,17 @@ class Main final : public PushInterface::ClientHandler {
         pthread_sigmask(SIG_UNBLOCK, &both, nullptr);  // the parent may have blocked them
     }
 
-    /// From here on a second signal ends the process at once, whatever the shutdown waits for.
+    /// From here on the next signal ends the process at once, whatever the shutdown waits for.
     void releaseSignals() {
         const boost::lock_guard<boost::mutex> lock{mutex_};
         signals_.reset();
-        // Not left to the default action: process 1 of a container has none
+        // Not the default action: process 1 of a container has none
         for (const int signal : {SIGINT, SIGTERM}) {
             std::signal(signal, [](int number) { ::_exit(128 + number); });
         }
     }
 
-    /// @return false once the shutdown has begun; ask under the lock
+    /// @return false once the shutdown has begun; call with the lock held
     [[nodiscard]] bool isServing() const noexcept { return signals_ != nullptr; }
 
     // Descriptions

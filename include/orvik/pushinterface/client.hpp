@@ -49,7 +49,8 @@ class Client {
         });
     }
 
-    /// Identifies the device: at once on a connection that is greeted, else with the next greeting.
+    /// Identifies the device: at once if the steward has sent its greeting, otherwise after the
+    /// next one.
     void setDevice(const std::string& id, const std::string& key) {
         state_->post([=, state = state_.get()] { state->setDevice(id, key); });
     }

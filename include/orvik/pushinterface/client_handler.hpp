@@ -9,8 +9,8 @@ namespace Orvik::PushInterface {
  * Receives what happens on the push interface. All operations run on the client thread, one at a
  * time, and must not wait for that thread. What an operation throws is reported as a client error.
  *
- * The flags handed in by reference are preset by the client; clearing one keeps the client from
- * the answer it would give by itself.
+ * The flags passed by reference are preset by the client; clear one to suppress the client's own
+ * answer.
  */
 class ClientHandler {
   public:

@@ -7,7 +7,7 @@
 namespace Orvik::PushInterface {
 
 /**
- * A field device, as its description gives it. A protocol derives its own device, which owns the
+ * A field device, as described. A protocol derives its own device, which owns the
  * tags and offers `addTag(std::shared_ptr<Tag>)`. Filled by the parser, not changed afterwards.
  */
 class Device {

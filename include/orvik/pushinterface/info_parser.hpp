@@ -31,7 +31,7 @@ concept DescribedDevice = std::derived_from<T, Device> &&
 
 /**
  * Reads the JSON description of a device. Keys that it does not know are ignored; of a key that
- * stands twice, the first counts; numbers may be given as texts.
+ * occurs twice, the first is used; numbers may be given as texts.
  */
 template <typename DeviceOfProtocol, typename TagOfDevice>
 requires DescribedTag<TagOfDevice> && DescribedDevice<DeviceOfProtocol, TagOfDevice>
@@ -96,7 +96,7 @@ class InfoParser {
         return {};
     }
 
-    /// Drops of the outline what has become a tag, so that the two are not in memory together.
+    /// Removes from the outline what has become a tag, so that both are not in memory together.
     static std::string readTags(Detail::JsonOutline& json, DeviceOfProtocol& device) {
         if (const auto tags = json.tree.get_child_optional("tags")) {
             for (; !tags->empty(); tags->pop_front()) {

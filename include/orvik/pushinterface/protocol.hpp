@@ -16,7 +16,7 @@
  */
 namespace Orvik::PushInterface {
 
-/// Messages of the server by their first four characters; some are sent by the client as well.
+/// Types of messages of the server; the client sends some of them too.
 namespace MessageType {
 inline constexpr std::string_view helo = "HELO";
 inline constexpr std::string_view devc = "DEVC";
@@ -91,7 +91,7 @@ inline void appendTagId(std::string& batch, std::uint16_t id) {
     batch += '=';
 }
 
-/// A value addressed by tag name rather than by number.
+/// A value that is addressed by a name instead of a tag id.
 [[nodiscard]] inline std::string encodeNamedValue(std::string_view name, std::string_view value,
                                                   std::size_t maxLength) {
     std::string line{"@"};

@@ -54,7 +54,7 @@ namespace Detail {
 }
 
 /**
- * One value of a device, as its description gives it. A protocol derives its own tag and adds what
+ * One value of a device, as described. A protocol derives its own tag and adds what
  * its addresses hold. Filled by the parser, not changed afterwards.
  */
 class Tag {
@@ -64,7 +64,7 @@ class Tag {
     Tag(const Tag&) = delete;
     Tag& operator=(const Tag&) = delete;
 
-    std::uint16_t id = 0;               ///< the push interface knows the tag by it
+    std::uint16_t id = 0;               ///< identifies the tag on the push interface
     std::string address;                ///< where the value is in the field device; protocol syntax
     std::string type;                   ///< type name as described
     bool isSigned = false;              ///< read for "int" only

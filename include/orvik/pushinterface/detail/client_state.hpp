@@ -57,7 +57,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         loop_.post(std::forward<Work>(work));
     }
 
-    // What the front object asks for; on the strand
+    // Operations of the client, on the strand
 
     void setDevice(std::string id, std::string key) {
         dispatcher_.setDevice(std::move(id), std::move(key));
@@ -214,7 +214,9 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             return;
         }
         notifier_.post("onDisconnected", &ClientHandler::onDisconnected);
-        current_.reset();  // deliberately whichever is current, not only this one
+        // Deliberately whichever is current: after a `connect` while connected, the steward closes
+        // the old connection, and everything starts over
+        current_.reset();
         if (autoReconnect_) {
             scheduleReconnect("auto reconnect");
         }

@@ -11,7 +11,7 @@
 
 namespace Orvik::PushInterface::Detail {
 
-/// Hands each message of the server to the handler, and knows what the client answers by itself.
+/// Hands each message of the server to the handler, and makes the client's own answers.
 class Dispatcher {
   public:
     explicit Dispatcher(Notifier& notifier) : notifier_{notifier} {}

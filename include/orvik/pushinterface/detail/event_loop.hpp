@@ -23,8 +23,8 @@ class EventLoop {
     /// Queues work. May be called from any thread.
     template <typename Work>
     void post(Work&& work) {
-        // To the loop, which counts it at once: a strand would take it first, and where nothing
-        // else is pending in between, `run` would end
+        // Posted to the loop, which counts it at once as pending. Posted to the strand first, it
+        // would not be counted for a moment, in which `run` could end
         boost::asio::post(loop_, boost::asio::bind_executor(strand_, std::forward<Work>(work)));
     }
 

@@ -15,7 +15,7 @@ namespace Orvik::PushInterface::Detail {
 /**
  * A JSON text that was read and found valid. A tree takes twenty times the memory of its text, so
  * only the upper two levels are kept as one. Each array and object on the third level, such as a
- * tag of a description, stays text, and `expand` makes a tree of it when its turn has come.
+ * tag of a description, stays text until `expand` makes a tree of it.
  */
 class JsonOutline {
   public:
@@ -61,7 +61,7 @@ class JsonOutline {
     static constexpr std::size_t maxLevel = 100;
 
     /**
-     * Replaces each part of the text by an array of nothing but the part's number. As no other
+     * Replaces each part of the text by an array that contains only the part's number. As no other
      * array or object is left on that level, the two cannot be confused. The text is valid if, and
      * only if, the outline and all parts are.
      *
@@ -102,7 +102,7 @@ class JsonOutline {
         boost::property_tree::read_json(stream, tree);
     }
 
-    /// From the whole text, so that the line in it is the right one.
+    /// Parses the whole text, so that the line number in the problem is right.
     [[nodiscard]] static std::string problemOf(std::string_view json) {
         try {
             Tree unused;

@@ -11,7 +11,7 @@
 
 namespace Orvik::PushInterface::Detail {
 
-/// Calls the application's handler. Nothing that a handler operation throws goes further.
+/// Calls the application's handler. Exceptions of a handler operation stop here.
 class Notifier {
   public:
     /// @param handler not owned; null skips every call

@@ -18,8 +18,8 @@
 namespace Orvik::PushInterface::Detail {
 
 /**
- * The lines that wait to be written on one connection, in order, each with its line feed. Bounds
- * what the data source may add while the server does not read, and counts what is lost by that.
+ * The lines to be written on one connection, in order, each with its line feed. Limits what the
+ * data source may add while the server does not read, and counts what is lost.
  */
 class SendQueue {
   public:
@@ -98,7 +98,7 @@ class SendQueue {
     /// Whether the backlog is below half the limit, where a loss ends (hysteresis).
     [[nodiscard]] bool isRelieved() const noexcept { return backlog_ < backlogLimit / 2; }
 
-    /// Ends the count of a loss. @return the report; empty if nothing was lost
+    /// Resets the count of lost batches. @return the report; empty if nothing was lost
     [[nodiscard]] std::string takeLoss() {
         const auto count = std::exchange(droppedBatches_, 0);
         if (count == 0) {
@@ -110,7 +110,7 @@ class SendQueue {
     }
 
   private:
-    /// How much may wait, in bytes of memory, when another value batch comes.
+    /// Largest backlog, in bytes of memory, with which a new batch is still queued.
     static constexpr std::size_t backlogLimit = 64'000'000;
 
     /// In memory: the line, its object in the queue, plus the allocator's overhead.
