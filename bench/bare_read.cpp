@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The floor that the daemon is measured against: the stack alone, and the values dropped.
+// The floor that the daemon is measured against: the stack alone, without using the values.
 #include "read_loop.hpp"
 
 #include <cstdlib>

@@ -72,7 +72,7 @@ BENCHMARK(batchOf<UA_Float, TagType::Float, UA_TYPES_FLOAT>);
 BENCHMARK(batchOf<UA_Double, TagType::Double, UA_TYPES_DOUBLE>);
 BENCHMARK(batchOf<UA_String, TagType::String, UA_TYPES_STRING>);
 
-/// A record that the level keeps out: its text is built all the same.
+/// A record that the level filters out: its text is built nevertheless.
 void dropRecord(benchmark::State& state) {
     const std::string batch(static_cast<std::size_t>(state.range(0)), 'x');
     for (auto _ : state) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What an engineer would write in an afternoon in place of the daemon: one thread that reads all
+// What an engineer would write in an afternoon instead of the daemon: one thread that reads all
 // tags, prints them into a buffer and sends that in one call. It checks no type, survives no fault
 // and logs nothing.
 #include "read_loop.hpp"

@@ -11,8 +11,8 @@
 #include <open62541/client.h>
 #include <open62541/client_config_default.h>
 
-/// What the programs share that the daemon is measured against: the stack with the daemon's
-/// settings and one prepared Read, over and over on one thread, as a C program would do it.
+/// Shared by the programs that the daemon is measured against: the stack with the daemon's settings
+/// and one prepared Read, repeated on one thread, as a C program would do it.
 namespace Bench {
 
 inline volatile std::sig_atomic_t ended = 0;

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Measures the daemon between the simulators of this project, in turn with programs that do less on the
-same server process: the bare stack (the floor), and a plain program without the daemon's duties."""
+"""Measures the daemon between the simulators of this project, and in alternation programs that do less, on
+the same server process: the bare stack (the floor), and a plain program without the daemon's duties."""
 from __future__ import annotations
 
 import argparse
@@ -48,7 +48,7 @@ class Program:
         return sum(int((task / "schedstat").read_text().split()[0]) for task in (self.proc / "task").iterdir()) / 1e9
 
     def switches(self) -> int:
-        """How often a thread had to be woken or was put aside, so far."""
+        """Context switches of all threads so far, voluntary or not."""
         texts = ((task / "status").read_text() for task in (self.proc / "task").iterdir())
         return sum(int(n) for text in texts for n in re.findall(r"ctxt_switches:\s+(\d+)", text))
 
@@ -68,7 +68,7 @@ class Program:
 
 
 class Peers:
-    """Both simulators, with mixed tags; a daemon and a plain program find the same."""
+    """Both simulators, with mixed tags; the daemon and the plain program get the same ones."""
 
     def __init__(self, folder: Path, tags: int, pull_delay: int) -> None:
         self.tags, self.pull_delay = tags, pull_delay
@@ -80,7 +80,7 @@ class Peers:
         self.start_steward()
 
     def start_steward(self, *options: str) -> None:
-        """Which takes in what comes, as fast as it can."""
+        """A steward that receives as fast as it can."""
         self.steward = Program(
             BUILD / "steward-simulator", f"--description={self._description}", "--view=none",
             f"--report={self._report}", *options, stdout=subprocess.PIPE)
@@ -99,7 +99,7 @@ class Peers:
         return int(re.search(rb"reads (\d+)", self._server.process.stdout.readline())[1])
 
     def report(self) -> dict:
-        """What the steward has counted; it has ended then."""
+        """The counts of the steward, which has ended."""
         self.steward.__exit__()
         return json.loads(self._report.read_text())
 
@@ -127,7 +127,7 @@ def sample(program: Program, peers: Peers, seconds: float) -> dict[str, float]:
 
 
 def compare(folder: Path, tags: int, pull_delay: int, rounds: int, seconds: float, sides: tuple[str, ...]) -> dict:
-    """The sides in turn on the same server process; medians, and the ratios of each round."""
+    """The programs in alternation on the same server process; medians, and the ratios of each round."""
     with Peers(folder, tags, pull_delay) as peers:
         samples = []
         for _ in range(rounds):
@@ -269,7 +269,7 @@ def main() -> None:
 
 
 def plot(results: list[dict], folder: Path) -> None:
-    """Two drawings of the comparison, with the table they are made from."""
+    """Two plots of the comparison, with the table they are made from."""
     (folder / "pairs.dat").write_text("".join(
         f"{r['tags']} {median(r['bare']['ratios'])} {r['bare']['us_per_pull'] * 1000 / r['tags']} "
         f"{r['daemon']['us_per_pull'] * 1000 / r['tags']}\n" for r in results))

@@ -34,7 +34,7 @@ class Device : public Orvik::PushInterface::Device {
         return {};
     }
 
-    /// All that there is to prepare has been prepared.
+    /// Nothing is left to prepare.
     [[nodiscard]] static std::string parseDevice() { return {}; }
 
     std::vector<std::shared_ptr<Tag>> tags;
@@ -45,7 +45,7 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
     void init() override {}
     void deinit() override {}
 
-    /// Files are opened anew for each pull, so that there is no connection.
+    /// Files are opened for each pull, so there is no connection.
     [[nodiscard]] std::string connect(Device& /*device*/) override { return {}; }
     void disconnect(Device& /*device*/) override {}
     [[nodiscard]] std::string keepAlive(Device& /*device*/) override { return {}; }
@@ -86,7 +86,7 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
         return {};
     }
 
-    /// Writes the number as the push interface wants it, whatever way the file has it.
+    /// Writes the number as the push interface wants it, whatever its format in the file.
     template <typename Number, typename... Format>
     static bool append(std::string& batch, const std::string& word, Format... format) {
         Number number{};

@@ -23,7 +23,7 @@ apt_apart() {
         -o APT::Sandbox::User=root "$@"
 }
 
-# Makes a minimal tree of a suite, in which apt reaches and judges its mirror as here. More arguments go
+# Makes a minimal tree of a suite, in which apt uses and verifies its mirror as on this system. More arguments go
 # to debootstrap.
 make_tree() {
     local suite=$1 tree=$2
@@ -34,7 +34,7 @@ make_tree() {
         >"$tree/etc/apt/apt.conf.d/90mirror" || true
 }
 
-# Runs commands in a tree, with processes of its own: none of them, and no mount, outlives this.
+# Runs commands in a tree, in its own process namespace: no process and no mount outlives this.
 inside() {
     local tree=$1
     # shellcheck disable=SC2016 # for the inner shell

@@ -111,7 +111,7 @@ void CommandLine::takeOperands(const std::vector<std::string>& texts) const {
 template <typename Number>
 Number toNumber(const std::string& name, const std::string& text, Number least, Number most) {
     Number number{};
-    // Unsigned ones would take "-1" as a huge number
+    // An unsigned number would accept "-1" as a huge value
     const bool isWrapped = std::is_unsigned_v<Number> && text.starts_with('-');
     if (isWrapped || !boost::conversion::try_lexical_convert(text, number) ||
         !(number >= least && number <= most)) {

@@ -21,14 +21,14 @@ class UsageError : public std::runtime_error {
 /**
  * The command line of a tool: `--name=VALUE` or `--name VALUE`, flags, and operands.
  *
- * Options are declared with the variable that takes their value, which keeps what it holds where
- * the option is not given. `--help` and `--version` are there already.
+ * Options are declared with the variable that takes their value; it is unchanged if the option is
+ * not given. `--help` and `--version` are built in.
  */
 class CommandLine {
   public:
     /**
      * @param program its name, as `--version` prints it
-     * @param introduction the help text in front of the options, ending with the line "Options"
+     * @param introduction the help text before the options, ending with the line "Options"
      * @param explanation the help text after them
      */
     CommandLine(std::string program, const std::string& introduction, std::string explanation);
@@ -49,7 +49,7 @@ class CommandLine {
     /**
      * Reads the arguments, from the second on.
      *
-     * @return false after printing the help text or the version, where that is asked for
+     * @return false after printing the help text or the version, if requested
      * @throws UsageError for the first fault
      */
     [[nodiscard]] bool read(int argc, const char* const* argv) const;

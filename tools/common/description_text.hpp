@@ -7,8 +7,8 @@
 
 namespace Tools {
 
-/// A device description as a text for people: one key a line, one tag a line, the order kept.
-/// @throws std::exception if a text in it is no UTF-8
+/// A device description as readable text: one key or tag per line, in the original order.
+/// @throws std::exception if a text in it is not UTF-8
 [[nodiscard]] std::string descriptionText(const nlohmann::ordered_json& description);
 
 }  // namespace Tools

@@ -50,7 +50,7 @@ class File {
     throw std::runtime_error{std::string{what} + ' ' + path + ": " + reason};
 }
 
-/// The permissions of what is there, else those that the process gives to a new file.
+/// The permissions of an existing file, otherwise those that the process gives to a new one.
 mode_t modeFor(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) == 0) {
@@ -99,7 +99,7 @@ void writeFile(const std::string& path, std::string_view content) {
         return replaceFile(path, content);
     }
     if (std::filesystem::is_regular_file(status)) {
-        return replaceFile(std::filesystem::canonical(path).string(), content);  // beyond links
+        return replaceFile(std::filesystem::canonical(path).string(), content);  // follows links
     }
     const File file{::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY)};
     if (!file.isOpen() || !file.write(content)) {

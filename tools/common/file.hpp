@@ -10,9 +10,9 @@ namespace Tools {
 [[nodiscard]] std::string readFile(const std::string& path);
 
 /**
- * Writes a file whole or not at all: a reader finds what was there or what comes, and keeps finding
- * what was there if this fails. An existing file keeps its permissions; what is no file, such as
- * a pipe, is written to.
+ * Writes a file atomically: a reader sees the old content or the new, and the old one if this
+ * fails. An existing file keeps its permissions. What is not a regular file, such as a pipe, is
+ * written to directly.
  *
  * @throws std::runtime_error with its name and the reason
  */

@@ -28,7 +28,7 @@ TerminalSize terminalSize() {
 
 std::string Screen::draw(const std::vector<std::string>& lines, TerminalSize size) {
     std::string picture;
-    if (size != size_) {  // typing goes on in the last row
+    if (size != size_) {  // what is typed appears in the last row
         picture += clearScreen;
         picture += fmt::format("\x1b[{};1H", size.rows);
         size_ = size;

@@ -16,17 +16,17 @@ struct TerminalSize {
     friend bool operator==(const TerminalSize&, const TerminalSize&) = default;
 };
 
-/// Size of the terminal on the standard output; the usual one where there is none.
+/// Size of the terminal on the standard output; the usual size if it is not a terminal.
 [[nodiscard]] TerminalSize terminalSize();
 
-/// Pictures in place, one over the other, on a terminal's alternate screen. Makes the bytes for it,
-/// which are the caller's to write.
+/// Draws pictures in place on a terminal's alternate screen. Makes the bytes for it; the caller
+/// writes them.
 class Screen {
   public:
     static constexpr std::string_view enter = "\x1b[?1049h\x1b[2J";
     static constexpr std::string_view leave = "\x1b[?1049l";
 
-    /// @param lines none wider than the terminal; the last row of it stays free for typing
+    /// @param lines none wider than the terminal, whose last row stays free for typing
     [[nodiscard]] std::string draw(const std::vector<std::string>& lines, TerminalSize size);
 
   private:

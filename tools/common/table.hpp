@@ -25,8 +25,8 @@ struct Column {
     std::size_t most = std::numeric_limits<std::size_t>::max();
     Align align = Align::Left;
     Cut cut = Cut::End;      ///< where a cell that is too wide is cut
-    bool givesWay = false;   ///< becomes narrower where the table is too wide, the widest first
-    bool takesRest = false;  ///< becomes wider where the table is not; the first that does
+    bool givesWay = false;   ///< shrinks if the table is too wide, the widest column first
+    bool takesRest = false;  ///< grows if there is room left; only the first such column does
 };
 
 /// Rows of text below titles, laid out in columns.

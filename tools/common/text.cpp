@@ -29,7 +29,7 @@ class Utf8 {
   private:
     static locale_t locale() {
         static const locale_t utf8 = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        return utf8;  // null, and so without effect, on a system that lacks it
+        return utf8;  // null, and so without effect, on a system without it
     }
 
     locale_t before_;
@@ -42,7 +42,8 @@ std::vector<Glyph> glyphsOf(std::string_view text) {
         wchar_t character = 0;
         std::mbstate_t state{};
         const auto length = std::mbrtowc(&character, text.data(), text.size(), &state);
-        const bool isWhole = length != 0 && length <= text.size();  // else an error, or a zero
+        const bool isWhole =
+            length != 0 && length <= text.size();  // otherwise an error, or a zero byte
         const int width = isWhole ? ::wcwidth(character) : -1;
         const auto taken = isWhole ? length : 1;
         glyphs.push_back(width < 0 ? Glyph{".", 1}
@@ -60,7 +61,7 @@ std::size_t columnsOf(const std::vector<Glyph>& glyphs) {
     return sum;
 }
 
-/// As many as fit, one after the other. @return columns that they take
+/// Takes as many glyphs as fit. @return the columns that they need
 template <typename Iterator>
 std::size_t take(Iterator& at, Iterator end, std::size_t width) {
     std::size_t used = 0;

@@ -7,14 +7,14 @@
 
 namespace Tools {
 
-/// Bytes as printable ASCII: all others, and the backslash, as \xHH. After @p limit bytes comes how
-/// many there are.
+/// Bytes as printable ASCII: all others, and the backslash, as \xHH. After @p limit bytes comes
+/// the total number.
 [[nodiscard]] std::string escaped(std::string_view bytes, std::size_t limit);
 
-/// Columns of a terminal that a text takes up; one for each byte that is no printable UTF-8.
+/// Columns that a text needs on a terminal; one for each byte that is not printable UTF-8.
 [[nodiscard]] std::size_t columns(std::string_view text);
 
-/// A text for one line of a terminal: what is no printable UTF-8 becomes dots, and what is wider
+/// A text for one line of a terminal: what is not printable UTF-8 becomes dots, and what is wider
 /// than @p width columns is cut at the end.
 [[nodiscard]] std::string fitted(std::string_view text, std::size_t width);
 

@@ -33,7 +33,7 @@ bool isAddress(const std::string& address) {
     return tag.parseAddress().empty();
 }
 
-/// Without blanks around it, with its prefix in lower case, or with the prefix that it lacks.
+/// Without blanks around it, with its prefix in lower case, or with its missing prefix.
 std::string repaired(std::string part) {
     boost::algorithm::trim(part);
     const auto equals = part.find('=');
@@ -45,7 +45,7 @@ std::string repaired(std::string part) {
     return lowerCase(part.substr(0, equals)) + part.substr(equals);
 }
 
-/// Of an address that the daemon accepts.
+/// What is surprising about an address that the daemon accepts.
 std::string surprise(const Tag& tag) {
     constexpr std::size_t guidPartSize = 2 + 36;
     if (tag.namespaceIndex > 0xffffU) {

@@ -42,7 +42,7 @@ void checkRequired(ObjectCheck& check) {
     }
 }
 
-/// What the daemon finds only when it connects.
+/// Checks what the daemon notices only when it connects.
 void checkEndpoint(ProblemList& list, const ObjectCheck& check) {
     const auto& scope = check.scope();
     if (const auto* port = check.member("port");
@@ -90,7 +90,7 @@ void checkLogIn(ProblemList& list, const Scope& scope) {
     }
 }
 
-/// Options are applied one after the other: of one that stands twice, the last counts.
+/// Options are applied in order: of one that occurs twice, the last is used.
 void checkOptions(ProblemList& list, const Document& description, const Scope& device) {
     const auto* member = device.object.find("protocolOptions");
     if (member == nullptr) {

@@ -10,7 +10,7 @@
 namespace Tools {
 namespace {
 
-/// Hands a text to the JSON reader and counts what it has taken: its events carry no places.
+/// Hands a text to the JSON reader and counts what it has consumed: its events have no positions.
 class Cursor {
   public:
     using iterator_category = std::input_iterator_tag;
@@ -43,7 +43,7 @@ bool isSeparator(char c) {
     return c == ',' || c == ':';
 }
 
-/// Without the name of the exception and the place that the library puts in front.
+/// The text without the exception's name and the position that the library prepends.
 std::string shortText(std::string_view text) {
     text.remove_prefix(std::min(text.find("] ") + 2, text.size()));
     if (text.starts_with("parse error at")) {
@@ -52,7 +52,7 @@ std::string shortText(std::string_view text) {
     return std::string{text};
 }
 
-/// Notes the members of the device, its options and its tags, and where they stand.
+/// Records the members of the device, its options and its tags, and their positions.
 class Reader final : public nlohmann::json_sax<nlohmann::json> {
   public:
     Reader(Document& result, const std::size_t& taken)
@@ -93,7 +93,7 @@ class Reader final : public nlohmann::json_sax<nlohmann::json> {
     }
 
   private:
-    /// Begin of the token that was read last.
+    /// Start of the last token read.
     [[nodiscard]] std::size_t tokenBegin() const {
         auto begin = end_;
         while (begin < taken_ &&
@@ -113,7 +113,7 @@ class Reader final : public nlohmann::json_sax<nlohmann::json> {
     /// @param position of the reader, one past the character at which it gave up
     [[nodiscard]] std::size_t faultyTokenBegin(std::size_t position) const {
         auto begin = skipBlanks(end_);
-        if (begin + 1 < position && isSeparator(result_.json[begin])) {  // that one was in order
+        if (begin + 1 < position && isSeparator(result_.json[begin])) {  // that separator was valid
             begin = skipBlanks(begin + 1);
         }
         return std::min(begin, result_.json.size());
@@ -125,7 +125,7 @@ class Reader final : public nlohmann::json_sax<nlohmann::json> {
         return true;
     }
 
-    /// The reader has looked at the character after a number, too.
+    /// The reader has consumed the character after a number, too.
     bool number() {
         const auto begin = tokenBegin();
         const auto end = result_.json.find_first_not_of("+-.0123456789eE", begin);
@@ -142,13 +142,13 @@ class Reader final : public nlohmann::json_sax<nlohmann::json> {
         }
         auto& members = parent == nullptr ? elsewhere_.members : parent->members;
         if (parent == nullptr || parent == &tagList_) {
-            members.clear();  // nobody asks for them
+            members.clear();  // not needed
         }
         return members.emplace_back(
             Member{std::exchange(key_, {}), std::exchange(keyRange_, {}), range, {}, false});
     }
 
-    /// The object that is to hold the members of what opens now; null for what nobody asks for.
+    /// The object for the members of what opens now; null if they are not needed.
     Object* target() {
         if (levels_.empty()) {
             return &result_.device;
@@ -194,7 +194,7 @@ class Reader final : public nlohmann::json_sax<nlohmann::json> {
 
     Document& result_;
     const std::size_t& taken_;
-    std::size_t end_;  // of the token before
+    std::size_t end_;  // of the previous token
     std::string key_;
     Range keyRange_;
     std::vector<Object*> levels_;

@@ -9,10 +9,10 @@
 
 namespace Tools {
 
-/// May stand before a JSON text, and is passed over.
+/// May precede a JSON text, and is skipped.
 inline constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
-/// A piece of a text, in bytes from its begin.
+/// A part of a text, in bytes from its start.
 struct Range {
     std::size_t begin = 0;
     std::size_t end = 0;
@@ -31,13 +31,13 @@ struct Member {
     bool isNested = false;  ///< an object or an array; the daemon reads an empty text
 };
 
-/// An object of the description, or whatever stands in its place.
+/// An object of the description, or whatever is in its place.
 struct Object {
     Range range;
     bool isObject = false;
-    std::vector<Member> members;  ///< in their order, all of them where a key stands twice
+    std::vector<Member> members;  ///< in order, all of them if a key occurs twice
 
-    /// The member that counts: the first one with this key. Null if there is none.
+    /// The member that is used: the first one with this key. Null if there is none.
     [[nodiscard]] const Member* find(std::string_view key) const;
 };
 
@@ -46,7 +46,7 @@ struct SyntaxError {
     std::string text;
 };
 
-/// The JSON text of a device description, with the places of all that the daemon reads.
+/// The JSON text of a device description, with the positions of everything that the daemon reads.
 struct Document {
     std::string_view json;
     Object device;

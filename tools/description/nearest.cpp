@@ -10,7 +10,7 @@
 namespace Tools {
 namespace {
 
-/// 0 for the same word in another case; a begin of the known word is closer than one wrong letter.
+/// 0 for the same word in another case; a prefix of the known word is closer than one wrong letter.
 std::size_t distanceOf(const std::string& word, std::string_view knownWord) {
     constexpr std::size_t shortestPart = 2;
     const auto known = lowerCase(knownWord);

@@ -9,14 +9,14 @@
 
 namespace Tools {
 
-/// Letters to insert, remove, replace or swap with their neighbour to make one text of the other.
+/// Letters to insert, remove, replace or swap with their neighbour to turn one text into the other.
 [[nodiscard]] std::size_t editDistance(std::string_view left, std::string_view right);
 
 /// ASCII letters in lower case.
 [[nodiscard]] std::string lowerCase(std::string_view text);
 
 /**
- * The known word that somebody most likely meant: the same in other case, a part of it, or one that
+ * The known word that was most likely meant: the same in another case, a prefix of it, or one that
  * is a few letters away.
  *
  * @return nothing if no word is close enough to be worth suggesting

@@ -33,22 +33,22 @@ template <typename Number>
 }
 
 /**
- * An object of the description on its way through the daemon's parser, which ends at the first
- * problem: each key that it cannot read is told of and then given a usable value, so that the
- * parser gets to the next one.
+ * Runs an object of the description through the daemon's parser, which stops at the first problem:
+ * each key that it cannot read is reported and then given a usable value, so that the parser gets
+ * to the next one.
  */
 class ObjectCheck {
   public:
     ObjectCheck(ProblemList& list, const Document& description, Scope scope, const Keys& keys);
 
-    /// Tells of a key that is missing or cannot be read. @param text the daemon's
+    /// Reports a key that is missing or cannot be read. @param text the daemon's
     void reportUnreadable(const KeyForm& form, const std::string& text);
 
-    /// Tells of an optional key that is misspelt. @return whether it is
+    /// Reports an optional key that is misspelt. @return whether it is
     bool reportMisspelt(std::string_view key, const std::string& consequence);
 
-    /// Tells of an optional number that is misspelt or that the daemon cannot read, and then takes
-    /// as 0 without a word.
+    /// Reports an optional number that is misspelt or that the daemon cannot read, and then
+    /// silently takes as 0.
     template <typename Number>
     void checkOptionalNumber(const KeyForm& form, const std::string& consequence) {
         const auto* member = scope_.object.find(form.key);
@@ -59,7 +59,7 @@ class ObjectCheck {
         }
     }
 
-    /// The member with this key, or what is meant to be it. Null if there is none.
+    /// The member with this key, or a misspelt one that stands for it. Null if there is none.
     [[nodiscard]] const Member* member(std::string_view key) const;
 
     /// As JSON. @param leftOut keys that do not matter
@@ -76,7 +76,7 @@ class ObjectCheck {
     const Document& description_;
     Scope scope_;
     Misspelt misspelt_;
-    std::vector<std::string> cures_;  // the last one first: of a key that stands twice, that counts
+    std::vector<std::string> cures_;  // the last one first, because it overrides earlier ones
 };
 
 }  // namespace Tools

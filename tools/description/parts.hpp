@@ -17,7 +17,7 @@ void checkTags(ProblemList& list, const Document& description, bool isAccepted);
 /// What to write instead of an address that the daemon does not accept.
 [[nodiscard]] std::string adviceForAddress(const std::string& address);
 
-/// What the daemon makes of an address that it accepts, where that is not what it looks like.
+/// How the daemon understands an address that it accepts, if that is not what it looks like.
 /// @return empty if there is nothing to say
 [[nodiscard]] std::string surpriseOfAddress(const std::string& address);
 

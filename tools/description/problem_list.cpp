@@ -14,7 +14,7 @@ namespace {
 
 Place placeOf(const Scope& scope, const Member* member) {
     const auto pointer = member == nullptr ? scope.pointer : scope.pointer / member->key;
-    // A key that is wrong or stands twice is pointed at, not its value
+    // Points at a key that is wrong or occurs twice, not at its value
     const auto offset = member == nullptr ? scope.object.range.begin : member->keyRange.begin;
     return {.offset = offset,
             .pointer = pointer.to_string(),
@@ -26,7 +26,7 @@ bool continuesCharacter(char byte) {
     return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U;
 }
 
-/// Fills in lines and columns, of problems that are sorted.
+/// Fills in lines and columns. The problems must be sorted.
 void locate(std::vector<Problem>& problems, std::string_view json) {
     std::size_t at = json.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
     std::size_t line = 1;

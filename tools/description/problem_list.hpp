@@ -31,7 +31,7 @@ class ProblemList {
     void add(Problem problem) { problems_.push_back(std::move(problem)); }
     /// About a member, or about the whole object where it is null.
     void add(const Scope& scope, const Member* member, std::string text, std::string advice);
-    /// What makes no difference to the daemon. The same text is told once, with how often it holds.
+    /// What makes no difference to the daemon. The same text is reported once, with a count.
     void note(const Scope& scope, const Member* member, const std::string& text);
 
     [[nodiscard]] bool hasProblems() const;
@@ -55,10 +55,10 @@ struct Keys {
     std::vector<std::string_view> ignored;  ///< known, but not read here
 };
 
-/// For a known key that is missing, the member that is most likely meant to be it.
+/// For a known key that is missing, the member that was most likely meant.
 using Misspelt = std::map<std::string_view, const Member*>;
 
-/// Tells of keys that stand twice and of those that nobody reads, and finds misspelt ones.
+/// Reports keys that occur twice and keys that the daemon does not read, and finds misspelt ones.
 [[nodiscard]] Misspelt checkKeys(ProblemList& list, const Scope& scope, const Keys& keys);
 
 }  // namespace Tools

@@ -15,7 +15,7 @@
 namespace Tools {
 namespace {
 
-/// What most likely is wrong where the reader meets something that it does not expect.
+/// What is most likely wrong where the reader meets something unexpected.
 std::string syntaxAdvice(std::string_view text) {
     const auto says = [text](std::string_view part) {
         return text.find(part) != std::string_view::npos;

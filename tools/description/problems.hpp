@@ -19,9 +19,9 @@ struct Document;
 struct Place {
     std::size_t offset = 0;  ///< in bytes
     std::size_t line = 1;
-    std::size_t column = 1;        ///< in characters
-    std::string pointer{};         ///< JSON pointer, such as "/tags/2/width"; empty for the whole
-    std::string tag{};             ///< such as "tag 3 (id 7, ns=2;i=5)"; empty for what is no tag's
+    std::size_t column = 1;  ///< in characters
+    std::string pointer{};   ///< JSON pointer, such as "/tags/2/width"; empty for the whole
+    std::string tag{};       ///< such as "tag 3 (id 7, ns=2;i=5)"; empty for what belongs to no tag
     std::size_t tagIndex = noTag;  ///< in the order of the description
 
     static constexpr std::size_t noTag = static_cast<std::size_t>(-1);
@@ -29,7 +29,7 @@ struct Place {
 
 enum class Severity {
     Note,    ///< makes no difference to the daemon
-    Problem  ///< the daemon refuses it, or does something else than was meant
+    Problem  ///< the daemon refuses it, or does not do what was meant
 };
 
 /// Something in a description that its author should know.
@@ -48,10 +48,10 @@ struct Problem {
 [[nodiscard]] std::string oneLine(const Problem& problem);
 
 /**
- * What the daemon says to a description.
+ * The daemon's verdict on a description.
  *
  * @param device new; filled as the daemon fills it, and of no use after an error
- * @return empty if it accepts, else the text that it logs before it ends
+ * @return empty if it accepts it, otherwise the text that it logs before it ends
  */
 [[nodiscard]] std::string daemonVerdict(std::string_view json,
                                         const std::shared_ptr<PullappOpcUa::Device>& device);

@@ -32,7 +32,7 @@ bool isKnownType(std::string_view type) {
     return std::ranges::find(types, type) != types.end();
 }
 
-/// Where the type is not known, any key may be meant to be read.
+/// If the type is unknown, any of the keys may be needed.
 Keys keysFor(std::string_view type) {
     Keys keys{.read = {"address", "id", "type"}, .ignored = {}};
     const auto put = [&](std::string_view key, bool isRead) {
@@ -58,7 +58,7 @@ std::string nameOf(const Object& tag, std::size_t index) {
         address == nullptr ? "no address" : shortened(address->text, longestAddress));
 }
 
-/// What ought to be different from tag to tag.
+/// What should be unique among the tags.
 class SeenTags {
   public:
     explicit SeenTags(const std::vector<Object>& tags) : isTaken_(65536) {
@@ -137,7 +137,7 @@ class TagCheck {
         return !key.empty();
     }
 
-    /// The last word of the daemon's text, or empty if it has read all keys.
+    /// The key that the daemon's text ends with, or empty if it has read all keys.
     static std::string unreadableKey(const std::string& text) {
         if (text == "Could not read address for tag") {
             return "address";

@@ -58,8 +58,7 @@ ExitStatus run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     watchForInterrupt();
-    std::signal(SIGPIPE,
-                SIG_IGN);  // so that the session is closed even if a reader of the output exits
+    std::signal(SIGPIPE, SIG_IGN);  // the session is closed even if a reader of the output exits
     try {
         return run(argc, argv);
     } catch (const Interrupted&) {

@@ -10,7 +10,7 @@ namespace {
 
 constexpr UA_UInt16 ownNamespace = 1;
 
-/// What a user of the server sees: the text of a string identifier, else the number of the tag.
+/// The name that users of the server see: a string identifier, otherwise the tag's number.
 std::string nameOf(const PullappOpcUa::Tag& tag, std::size_t position) {
     return tag.identifierType == PullappOpcUa::IdentifierType::String
                ? tag.stringIdentifier

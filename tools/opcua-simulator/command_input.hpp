@@ -7,12 +7,12 @@
 
 namespace OpcUaSimulator {
 
-/// Commands on the standard input, which is never waited for.
+/// Commands on the standard input; never waits for input.
 class CommandInput {
   public:
     explicit CommandInput(Server& server) : server_{server} {}
 
-    /// Carries out what has arrived; an end of the input ends only the commands.
+    /// Executes what has arrived; at the end of the input only the commands end.
     void poll();
 
   private:

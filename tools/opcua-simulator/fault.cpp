@@ -16,7 +16,7 @@ namespace OpcUaSimulator {
 bool Fault::isActive(Seconds now) const noexcept {
     const auto since = now - begin;
     if (since < every) {
-        return false;  // so that a good value is seen before
+        return false;  // so that there is a good value first
     }
     const auto sinceLast =
         every == Seconds{0} ? since : Seconds{std::fmod(since.count(), every.count())};

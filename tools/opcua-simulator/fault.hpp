@@ -9,10 +9,10 @@ namespace OpcUaSimulator {
 
 using Seconds = std::chrono::duration<double>;
 
-/// What is wrong with a variable instead of its value.
+/// What a variable has instead of a good value.
 enum class FaultKind { BadStatus, NoValue, OtherType, NullString, Array, LongText };
 
-/// A fault of one variable, at times.
+/// A fault of one variable, once or periodically.
 struct Fault {
     FaultKind kind = FaultKind::BadStatus;
     std::string nodeId;
@@ -31,7 +31,7 @@ struct Fault {
 /// @throws std::runtime_error for any other text
 [[nodiscard]] Fault parseFault(const std::string& text);
 
-/// A time in seconds, for example "1.5". @throws std::runtime_error if it is none
+/// A time in seconds, for example "1.5". @throws std::runtime_error for any other text
 [[nodiscard]] Seconds parseSeconds(const std::string& text);
 
 }  // namespace OpcUaSimulator

@@ -25,7 +25,7 @@ void endOnSignals() {
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-/// Last of all: who reads this may connect, and read what else was written.
+/// Called last: whoever reads this may connect at once, and read the other files.
 void announce(const Options& options, std::uint16_t port) {
     if (!options.portFile.empty()) {
         Tools::writeFile(options.portFile, std::to_string(port) + '\n');

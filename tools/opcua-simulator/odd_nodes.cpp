@@ -14,7 +14,7 @@ using namespace std::string_literals;
 
 constexpr UA_UInt16 ownNamespace = 1;
 
-/// Variables that keep the value with which they are made.
+/// Variables with a constant value.
 class OddVariables {
   public:
     OddVariables(UA_Server& server, const UA_NodeId& parent) : server_{server}, parent_{parent} {}
@@ -44,8 +44,8 @@ class OddVariables {
         add(name, idFor(name), attributes);
     }
 
-    /// One that answers each reading with a status and no value. The stack makes no node without a
-    /// value, so that it loses the one with which it is made.
+    /// One that answers each read with a status and no value. The stack makes no node without a
+    /// value, so the node is made with one and then loses it.
     template <UA_StatusCode status>
     void addWithoutValue(const std::string& name, const void* value, std::size_t type) const {
         const auto read = [](UA_Server*, const UA_NodeId*, void*, const UA_NodeId*, void*,
@@ -116,7 +116,7 @@ void addOddAccess(const OddVariables& odd) {
               UA_TYPES_INT32);
 }
 
-/// Two folders, each in the other.
+/// Two folders, each inside the other.
 void addCycle(UA_Server& server, const UA_NodeId& parent) {
     const auto outerName = "Cycle"s;
     const auto innerName = "Inner"s;

@@ -5,9 +5,9 @@
 
 namespace OpcUaSimulator {
 
-/// Adds the folder "Odd" with what real servers have and nobody can pull: values of other types,
-/// arrays, values that cannot be read, identifiers that an address cannot name, and a cycle of
-/// references.
+/// Adds the folder "Odd" with nodes that real servers have and the daemon cannot pull: values of
+/// other types, arrays, values that cannot be read, identifiers that an address cannot name, and a
+/// cycle of references.
 /// @throws std::runtime_error if a node cannot be made
 void addOddNodes(UA_Server& server);
 

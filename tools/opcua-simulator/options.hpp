@@ -19,7 +19,7 @@ struct Options {
     std::string writeDescription;  ///< file
     std::string deviceId = "0123456789AB";
     std::optional<std::uint16_t> pullDelay;  ///< milliseconds, for the written description
-    std::string user;                        ///< empty lets everybody in
+    std::string user;                        ///< empty allows everybody
     std::string password;
     std::string advertise;  ///< host in the endpoint URLs; empty for the address
     std::uint16_t maxSessions = 1000;
@@ -27,7 +27,7 @@ struct Options {
     std::uint16_t channelLifetime = 600;  ///< seconds
     std::uint16_t maxNodes = 0;           ///< in a Read or Browse request; 0 for any number
     std::uint16_t maxReferences = 0;      ///< in a Browse result; 0 for any number
-    bool odd = false;                     ///< serve what cannot be pulled, too
+    bool odd = false;                     ///< also serve nodes that cannot be pulled
     std::vector<Fault> faults;
     bool verbose = false;
 };

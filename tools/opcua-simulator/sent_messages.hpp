@@ -10,12 +10,12 @@
 namespace OpcUaSimulator {
 
 /**
- * Looks into all that the server sends, just before it leaves: the stack neither counts requests
- * over all sessions, nor names another host than the one by which a client knows it.
+ * Inspects everything that the server sends: the stack cannot count requests over all sessions,
+ * nor advertise a host other than the one that the client has used.
  */
 class SentMessages {
   public:
-    /// Of one event loop of the process, with which it must live.
+    /// Watches an event loop. This object must live as long as the loop.
     void watch(UA_EventLoop& loop);
 
     /// @param url to be replaced in everything sent
@@ -25,7 +25,7 @@ class SentMessages {
     /// How many Read requests were answered with results.
     [[nodiscard]] std::uint64_t reads() const noexcept { return reads_; }
 
-    /// How many sessions were made, whether or not they were activated then.
+    /// How many sessions were created, activated or not.
     [[nodiscard]] std::uint64_t sessions() const noexcept { return sessions_; }
 
   private:

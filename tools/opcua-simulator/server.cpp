@@ -28,7 +28,8 @@ std::string urlOf(const std::string& host, std::uint16_t port) {
     return "opc.tcp://" + (isIpv6 ? '[' + host + ']' : host) + ':' + std::to_string(port);
 }
 
-/// Binds a port, without listening, so that it is known and nobody else takes it before the stack.
+/// Binds a port without listening: it is then known, and no other program takes it before the
+/// stack.
 void reserve(boost::asio::ip::tcp::acceptor& acceptor, const Options& options) {
     const boost::asio::ip::tcp::endpoint endpoint{boost::asio::ip::make_address(options.listen),
                                                   options.port};
@@ -85,7 +86,7 @@ Server::Server(const Options& options, const PullappOpcUa::Device& device) {
         add(fault);
     }
     require(UA_Server_run_startup(server_.get()), "cannot start the server");
-    // Not before: the stack browses while it makes its own nodes
+    // Not earlier: the stack browses while it creates its own nodes
     UA_Server_getConfig(server_.get())->maxReferencesPerNode = options.maxReferences;
     counters_ = {};  // the stack reads a new variable to check its type
 }

@@ -27,7 +27,7 @@ struct ServerDeleter {
 class Server {
   public:
     /// Listens, and serves as soon as `iterate` is called.
-    /// @throws std::runtime_error if the port cannot be had or a node cannot be made
+    /// @throws std::runtime_error if the port is taken or a node cannot be created
     Server(const Options& options, const PullappOpcUa::Device& device);
 
     [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
@@ -35,11 +35,10 @@ class Server {
     /// Waits for requests, at most 50 ms, and answers them; returns early on a signal.
     void iterate();
 
-    /// Answers nothing for a while.
+    /// Stops answering for a while.
     void silence(Seconds length) { silentUntil_ = Clock::now() + cast(length); }
 
-    /// Puts a fault into effect from now on. @throws std::runtime_error if there is no such
-    /// variable
+    /// Starts a fault now. @throws std::runtime_error if there is no such variable
     void begin(Fault fault);
 
     /// One line: Read requests answered, values read, sessions refused, most alive at a time,

@@ -127,7 +127,8 @@ UA_StatusCode Variable::refer(UA_DataValue& result, const void* data, const UA_D
 }
 
 const UA_DataType& Variable::dataType() const noexcept {
-    return *PullappOpcUa::dataTypeOf(tag_->tagType);  // of a described tag, which has one
+    return *PullappOpcUa::dataTypeOf(
+        tag_->tagType);  // the tag comes from a description, so it has a type
 }
 
 }  // namespace OpcUaSimulator

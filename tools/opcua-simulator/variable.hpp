@@ -21,9 +21,9 @@ struct Counters {
 };
 
 /**
- * A variable of the server that moves by itself: ramps, sines, counters, toggles and texts, each
- * tag in its own phase. Values stay in the variable until its next reading; the stack only refers
- * to them.
+ * A variable of the server that changes by itself: ramps, sines, counters, toggles and texts, each
+ * tag in its own phase. A value is kept in the variable until the next read; the stack only points
+ * to it.
  */
 class Variable {
   public:
@@ -36,7 +36,7 @@ class Variable {
     /// Type of its values while there is no fault.
     [[nodiscard]] const UA_DataType& dataType() const noexcept;
 
-    /// Puts a fault before all others, and forgets those that are over when it begins.
+    /// Adds a fault in front of all others, and removes those that are over when it begins.
     void add(const Fault& fault);
 
     /// Fills in the value at a time since the server's start, if there is one.

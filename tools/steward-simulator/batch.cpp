@@ -46,7 +46,7 @@ class Decoding {
     }
 
   private:
-    /// Moves on to the tag if it is described and not behind, telling what was left out.
+    /// Advances to the tag if it is described and not already passed; reports the skipped ones.
     bool expect(std::string_view line, std::uint16_t id) {
         const auto& tags = description_.tags;
         if (next_ < tags.size() && tags[next_]->id == id) {

@@ -13,14 +13,14 @@
 
 namespace StewardSimulator {
 
-/// Named value by which a device tells its current error; an empty text means none.
+/// Named value with the device's current error; an empty text means none.
 inline constexpr std::string_view errorTagName = "__nimbara_error_msg__";
 
-/// A batch as received. The views end with the call that hands it over.
+/// A batch as received. The views are valid only during the call that passes it.
 struct Batch {
     std::size_t valueCount = 0;  ///< lines with a value, good ones only if they were checked
     std::size_t bytes = 0;
-    std::string_view lines;                ///< nothing if values are only counted
+    std::string_view lines;                ///< empty if values are only counted
     DescriptionPtr description;            ///< the one it was checked against, if any
     std::vector<std::string_view> values;  ///< by the position of their tags; empty where missing
 };
@@ -39,7 +39,7 @@ class DeviceHandler {
     virtual void onNamedValue(std::string_view name, std::string_view value) = 0;
     virtual void onBatch(const Batch& batch) = 0;
     virtual void onFault(const Fault& fault) = 0;
-    /// True if what else has arrived is to be left alone.
+    /// True if the rest of what has arrived is to be ignored.
     [[nodiscard]] virtual bool isDone() const { return false; }
 };
 
@@ -50,10 +50,10 @@ class BatchDecoder {
 
     BatchDecoder(DeviceHandler& handler, Values values) : handler_{handler}, values_{values} {}
 
-    /// Time is linear in the bytes fed, also for batches that arrive in small pieces.
+    /// Takes time linear in the bytes fed, also for batches that arrive in small pieces.
     void feed(std::string_view chunk);
 
-    /// A description was sent: batches must fit it, or an earlier one until the first that does.
+    /// A description was sent: batches must match it, or until the first match an earlier one.
     void describe(DescriptionPtr description);
 
     /// True if the stream ends within a line or a batch.

@@ -37,21 +37,21 @@ using DescriptionPtr = std::shared_ptr<const Description>;
 [[nodiscard]] std::string joinLines(std::string_view json);
 
 /**
- * Reads a description as a device does, but for what only its protocol understands.
+ * Reads a description as a device does, except for what only its protocol understands.
  *
  * @param description new; not to be used after an error
- * @return empty on success, else the first fault as the device words it
+ * @return empty on success, otherwise the first fault in the device's words
  */
 [[nodiscard]] std::string parseDescription(std::string json,
                                            const std::shared_ptr<Description>& description);
 
-/// What an OPC UA daemon, and who wrote it, should know of a description.
+/// What the OPC UA daemon, and the author, should know about a description.
 struct Findings {
     std::vector<std::string> problems;  ///< each on one line, with its place
     std::string refusal;  ///< the problem for which a daemon ends; empty if it accepts
 };
 
-/// @param source the description as it was written, lines and all, for the places
+/// @param source the description as written, with its line breaks, for the positions
 [[nodiscard]] Findings examine(std::string_view source);
 
 }  // namespace StewardSimulator

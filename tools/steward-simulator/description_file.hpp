@@ -14,8 +14,8 @@
 namespace StewardSimulator {
 
 /**
- * A description kept in a file. The file is looked at a few times a second, by name: that finds a
- * rewritten file as well as one put in its place, also behind links and on network file systems.
+ * A description kept in a file. The file is checked by name a few times a second: that notices a
+ * rewritten file as well as a replaced one, also through links and on network file systems.
  */
 class DescriptionFile {
   public:

@@ -6,7 +6,7 @@
 
 namespace StewardSimulator {
 
-/// Cuts a stream of bytes into lines. Each byte is looked at once, however the stream is chopped.
+/// Cuts a stream of bytes into lines. Each byte is examined once, however the stream is split.
 class LineSplitter {
   public:
     /// @param onLine called with each line that is complete, without its line feed
@@ -31,7 +31,7 @@ class LineSplitter {
 
   private:
     std::string rest_;
-    std::string line_;  ///< that came in pieces, while it is handed over
+    std::string line_;  ///< a line that arrived in pieces, while it is passed on
 };
 
 }  // namespace StewardSimulator

@@ -17,7 +17,7 @@ class LinesView final : public View {
 
   private:
     Output& output_;
-    bool hasError_ = false;  ///< the device told one that is not cleared
+    bool hasError_ = false;  ///< the device reported one and has not cleared it
 };
 
 }  // namespace StewardSimulator

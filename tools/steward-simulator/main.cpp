@@ -10,7 +10,7 @@
 int main(int argc, char** argv) {
     constexpr int couldNotStart = 2;
     StewardSimulator::occupyStandardStreams();
-    std::signal(SIGPIPE, SIG_IGN);  // a reader of the output that has gone ends nothing
+    std::signal(SIGPIPE, SIG_IGN);  // a reader of the output that exits ends nothing
     std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal there is no input
     try {
         const auto options = StewardSimulator::readOptions(argc, argv);

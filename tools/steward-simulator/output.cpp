@@ -57,7 +57,7 @@ void Output::start() {
 
 void Output::onWritten(const boost::system::error_code& error) {
     writing_.clear();
-    if (error) {  // the reader is gone, which is no reason to stop serving the device
+    if (error) {  // the reader is gone; keep serving the device
         boost::system::error_code ignored;
         stream_.close(ignored);
     }

@@ -14,7 +14,8 @@
 
 namespace StewardSimulator {
 
-/// Standard output that never waits for its reader: what a slow one leaves no room for is dropped.
+/// Standard output that never waits for its reader: what a slow reader leaves no room for is
+/// dropped.
 class Output {
   public:
     explicit Output(boost::asio::io_context& context);
@@ -26,9 +27,9 @@ class Output {
     [[nodiscard]] bool isIdle() const noexcept { return writing_.empty(); }
 
     /**
-     * Queues the last text however much is waiting, and gives the reader one second to take it.
+     * Queues the last text however much is waiting, and gives the reader one second to read it.
      *
-     * @param onFinished called when all is written or the time is over
+     * @param onFinished called when everything is written or the time is over
      */
     void finish(std::string_view text, std::function<void()> onFinished);
 

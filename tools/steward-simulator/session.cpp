@@ -81,7 +81,7 @@ void Session::write() {
 
 void Session::onWritten(const boost::system::error_code& error) {
     if (error || !isOpen()) {
-        return;  // reading ends with the connection as well, and tells it
+        return;  // reading ends with the connection too, and reports it
     }
     output_.pop_front();
     if (!output_.empty()) {

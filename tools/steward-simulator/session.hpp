@@ -30,7 +30,7 @@ struct Service {
 };
 
 /**
- * One connection from a device daemon: greets, answers, and hands what comes to the view.
+ * One connection from a device daemon: greets, answers, and passes what arrives to the view.
  *
  * Each pending operation holds a shared pointer to the session; closing the socket ends them.
  */
@@ -39,7 +39,7 @@ class Session final : public std::enable_shared_from_this<Session>, private Devi
     Session(boost::asio::ip::tcp::socket socket, const Service& service, std::string name);
 
     void start();
-    /// Sends a line as it is; a description among them is what batches are checked against next.
+    /// Sends a line as it is; if it is a description, batches are checked against it from then on.
     void send(std::string_view line);
     void sendDescription();
     void close(std::string_view reason);

@@ -47,7 +47,7 @@ class Steward {
     void stop();
 
     const Options options_;
-    boost::asio::io_context context_;  // one thread; outlives what works on it
+    boost::asio::io_context context_;  // one thread; outlives everything that uses it
     Statistics statistics_;
     boost::asio::ip::tcp::acceptor acceptor_;
     const std::string address_;

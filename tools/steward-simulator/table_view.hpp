@@ -16,8 +16,8 @@
 
 namespace StewardSimulator {
 
-/// The table, redrawn in place on a terminal's alternate screen a few times a second; below it what
-/// is wrong now, some counts, and the last events.
+/// The table, redrawn in place on a terminal's alternate screen a few times a second; below it the
+/// current faults, some counts, and the last events.
 class TableView final : public View {
   public:
     TableView(boost::asio::io_context& context, Output& output, std::string title,

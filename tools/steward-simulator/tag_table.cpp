@@ -13,7 +13,7 @@
 namespace StewardSimulator {
 namespace {
 
-/// Widths do not depend on the values, so that the columns stand still.
+/// Widths do not depend on the values, so that the columns do not move.
 std::vector<Tools::Column> columnsFor(std::size_t longestAddress) {
     using enum Tools::Column::Align;
     constexpr std::size_t usualValue = 20;

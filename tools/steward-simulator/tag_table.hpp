@@ -14,8 +14,8 @@
 
 namespace StewardSimulator {
 
-/// The current value of every tag, as lines of text. A value is dim when it is three pull delays
-/// old, and a second at least.
+/// The current value of every tag, as lines of text. A value older than three pull delays, and at
+/// least a second, is dim.
 class TagTable {
   public:
     /// Takes over the tags of a description; values stay if it is the same.

@@ -14,7 +14,7 @@ namespace {
 
 using Orvik::PushInterface::TagType;
 
-/// A number is well written if reading it and writing it again gives the same text.
+/// A number is well-formed if parsing and formatting it again gives the same text.
 template <typename Number, typename... Format>
 bool isWritten(std::string_view text, Format... format) {
     Number number{};

@@ -12,7 +12,7 @@ namespace StewardSimulator {
 /// The bytes of "<count>,<bytes>"; nothing unless the count is exact and without leading zeros.
 [[nodiscard]] std::optional<std::string_view> decodeString(std::string_view text);
 
-/// @return empty if the text is exactly how a value of the tag's type is written, else why not
+/// @return empty if the text is exactly how a value of the tag's type is written, otherwise why not
 [[nodiscard]] std::string checkValue(const Tag& tag, std::string_view text);
 
 }  // namespace StewardSimulator

@@ -9,7 +9,7 @@
 
 namespace StewardSimulator {
 
-/// What a device does not get: it asks in vain until the user changes something.
+/// What a device is refused until the user changes something.
 enum class Refusal { LogOn, Description };
 
 /// Shows what happens. The base shows nothing.
@@ -25,10 +25,10 @@ class View {
     virtual void onDescription(const DescriptionPtr& /*description*/) {}
     virtual void onBatch(const Batch& /*batch*/, const Statistics& /*statistics*/) {}
     virtual void onError(std::string_view /*text*/) {}  ///< of the device; empty when it is cleared
-    /// @param reason empty when it is cured
+    /// @param reason empty when it is over
     virtual void onRefusal(Refusal /*what*/, std::string_view /*reason*/) {}
     virtual void turnPage() {}
-    /// Ends the view. @return what takes the terminal back to where it was
+    /// Ends the view. @return the bytes that restore the terminal
     [[nodiscard]] virtual std::string finish() { return {}; }
 };
 
