@@ -4,7 +4,7 @@
 
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # tests need not be built to install
 
-# Fills in the folders of the installation, and packs a text as Debian wants manual pages and long
+# Fills in the installation folders, and compresses a text as Debian requires for manual pages and long
 # documents. The result does not depend on when it was made.
 function(orvik_install_text component source folder)
   cmake_path(GET source FILENAME name)

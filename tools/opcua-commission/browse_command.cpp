@@ -210,7 +210,7 @@ class BrowseCommand {
     Progress progress_;
     BrowseResult result_;
     std::vector<Variable> existing_;        // what the description's tags are
-    std::optional<std::size_t> readLimit_;  // that the server tells
+    std::optional<std::size_t> readLimit_;  // as published by the server
     bool isPrinted_ = false;
 };
 

@@ -24,7 +24,7 @@ class Services {
     /// Asks the server for its limits. The connection must outlive this object.
     explicit Services(Connection& connection);
 
-    /// How many nodes the server says it takes in one Read; nothing if it does not tell.
+    /// How many nodes the server says it accepts in one Read; nothing if it does not say.
     [[nodiscard]] std::optional<std::size_t> toldReadLimit() const { return toldReadLimit_; }
 
     /// Once for each entry, in their order. Without a value, the status says why.

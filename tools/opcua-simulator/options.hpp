@@ -33,7 +33,7 @@ struct Options {
 };
 
 /// Reads the command line; prints the help text and returns nothing if that is asked for.
-/// @throws std::runtime_error for wrong use, with one line that tells what is wrong
+/// @throws std::runtime_error for wrong use, with one line that says what is wrong
 [[nodiscard]] std::optional<Options> readOptions(int argc, char** argv);
 
 }  // namespace OpcUaSimulator

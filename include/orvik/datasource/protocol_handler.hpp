@@ -52,7 +52,7 @@ class ProtocolHandler {
     /// Checks, once after each `connect`, that every tag can be read and converted to its type.
     [[nodiscard]] virtual std::string verifyTags(Device& device) = 0;
 
-    /// Reads all tags and writes their values. @return not empty if the connection is to be
+    /// Reads all tags and writes their values. @return not empty if the connection must be
     /// considered broken
     [[nodiscard]] virtual std::string pullData(Device& device, PushInterface::Client& client) = 0;
 

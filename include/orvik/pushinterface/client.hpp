@@ -16,7 +16,7 @@ namespace Orvik::PushInterface {
 
 /**
  * Keeps the application connected to the steward: connects, logs on, hands every received message
- * to a handler, and connects anew after failures.
+ * to a handler, and reconnects after failures.
  *
  * All operations but `run` may be called from any thread: they queue their work for the client
  * thread, in call order, and return at once. No failure ends the client; it reports through

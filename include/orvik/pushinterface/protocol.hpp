@@ -101,7 +101,7 @@ inline void appendTagId(std::string& batch, std::uint16_t id) {
     return line;
 }
 
-/// Tells a named value from a value batch.
+/// Distinguishes a named value from a value batch.
 [[nodiscard]] constexpr bool isNamedValue(std::string_view message) noexcept {
     return message.starts_with('@');
 }

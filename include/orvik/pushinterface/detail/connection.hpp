@@ -20,7 +20,7 @@
 namespace Orvik::PushInterface::Detail {
 
 /**
- * One TCP connection to the steward, made anew for every attempt and never reused. Used on the
+ * One TCP connection to the steward, created for one attempt and never reused. Used on the
  * client thread only. Every pending operation on it shares its ownership, so it is destroyed, and
  * its socket closed, when the last one has completed.
  */

@@ -13,7 +13,7 @@ namespace Orvik::PushInterface::Detail {
 
 /**
  * Finds the addresses of a host. A name is looked up on a thread of its own, which may take
- * arbitrarily long: the system's look-up cannot be interrupted, and nobody has to wait for it.
+ * arbitrarily long: the system's look-up cannot be interrupted, and nothing else waits for it.
  *
  * @param done called with an error code and the endpoints: at once where the host is an address,
  * else on that thread. Must own everything it uses.
