@@ -184,7 +184,7 @@ void Session::closeOnServer() noexcept {
     request.deleteSubscriptions = true;
     Owned<UA_CloseSessionResponse, UA_TYPES_CLOSESESSIONRESPONSE> response;
     __UA_Client_Service(client_.get(), &request, &UA_TYPES[UA_TYPES_CLOSESESSIONREQUEST],
-                        &*response, response.type());
+                        &*response, decltype(response)::type());
 }
 
 /// Returns free memory too: a peer may have sent hundreds of megabytes, which the C library would
