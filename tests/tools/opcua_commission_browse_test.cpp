@@ -137,6 +137,17 @@ TEST_F(OpcUaCommissionBrowseTest, ListsWhatCannotBePulledAndWhyWhateverTheLimits
     EXPECT_THAT(browse().errors, HasSubstr(" nodes, 16 variables, 5 of them can be pulled"));
 }
 
+TEST_F(OpcUaCommissionBrowseTest, TellsOfAServerThatCannotReadAllTagsAtOnce) {
+    for (const int limit : {4, 5}) {
+        OpcUaServer server{{"--tags=5", "--max-nodes=" + std::to_string(limit)}};
+        std::remove(file_.c_str());
+        Process process{command({"--write-description=" + file_, "--id=a"}, server.port())};
+        const auto outcome = end(process);
+        EXPECT_EQ(limit < 5 ? 1 : 0, outcome.status) << outcome.errors;
+        EXPECT_EQ(limit < 5, outcome.errors.find("no more than 4 nodes") != std::string::npos);
+    }
+}
+
 TEST_F(OpcUaCommissionBrowseTest, ChoosesByRootPathAndDepth) {
     struct Case {
         std::vector<std::string> options;
