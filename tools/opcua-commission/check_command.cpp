@@ -205,7 +205,8 @@ class CheckCommand {
         constexpr std::size_t linesAround = 5;
         auto shownTags = *checked_;
         if (isTerminal && shownTags.tags.size() + linesAround > size.rows) {
-            std::ranges::stable_partition(shownTags.tags, std::not_fn(&TagCheck::isGood));
+            std::stable_partition(shownTags.tags.begin(), shownTags.tags.end(),
+                                  std::not_fn(&TagCheck::isGood));
         }
         auto lines = tagTable(shownTags).draw(
             isTerminal ? size.columns : Tools::Table::anyWidth,

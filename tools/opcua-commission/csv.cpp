@@ -11,7 +11,8 @@ void printCsvRow(std::FILE* output, const std::vector<std::string>& cells) {
     for (auto cell : cells) {
         if (cell.find_first_of(",\"\r\n") != std::string::npos) {
             boost::algorithm::replace_all(cell, "\"", "\"\"");
-            cell = '"' + cell + '"';
+            cell.insert(cell.begin(), '"');
+            cell += '"';
         }
         fmt::print(output, "{}{}", separator, cell);
         separator = ",";
