@@ -20,7 +20,7 @@ Tree describe(const Tag& tag) {
     return tree;
 }
 
-/// A description of what was understood.
+/// Writes a parsed device as a description.
 std::string describe(const Device& device) {
     constexpr const char* authenticationTypes[]{"anonymous", "username"};
     const auto authenticationType = static_cast<std::size_t>(device.authenticationType);

@@ -24,7 +24,7 @@ struct Edit {
 };
 using Edits = std::vector<Edit>;
 
-/// Each takes five bytes, of which the last counts those behind it.
+/// Each edit has five bytes, the last of which is the length of the data after it.
 Edits editsOf(std::string_view input) {
     const auto byte = [&](std::size_t at) { return std::size_t{static_cast<UA_Byte>(input[at])}; };
     Edits edits;
@@ -36,12 +36,12 @@ Edits editsOf(std::string_view input) {
     return edits;
 }
 
-/// In front of what differs from service to service: the last 8 bytes number message and request.
+/// Size of the common header; its last 8 bytes are the sequence number and the request id.
 std::size_t headerSize(std::string_view message) {
     return message.starts_with("OPN") ? 79 : message.starts_with("MSG") ? 24 : 8;
 }
 
-/// Hello, channel, or which service is called.
+/// Hello, channel, or the service called.
 std::string kindOf(const std::string& request) {
     return request.starts_with("MSG") ? request.substr(24, 4) : request.substr(0, 3);
 }
@@ -57,7 +57,7 @@ void setSize(std::string& message) {
     setNumber(message, 4, message.size());
 }
 
-/// What one call sent; nothing if the connection has ended or nothing comes in time.
+/// What one call received; nothing if the connection has ended or nothing comes in time.
 std::string receive(const Descriptor& socket, std::chrono::milliseconds limit) {
     static char buffer[65536];
     pollfd readable{.fd = socket.get(), .events = POLLIN, .revents = 0};
@@ -85,7 +85,7 @@ class HostileServer {
 
     [[nodiscard]] std::uint16_t port() const { return listener_.port(); }
 
-    /// Before the client looks for something to read. Closes where it would wait in vain.
+    /// Call before the client polls. Closes if the client would wait in vain.
     void step(bool clientWaits) {
         Fuzz::require(++steps_ < 5000, "a server that closes is left");
         if (listener_.hasConnection(0ms)) {
@@ -129,7 +129,7 @@ class HostileServer {
         return answer;
     }
 
-    /// @return what to send, one part after the other
+    /// @return what to send, part by part
     std::deque<std::string> edit(std::string answer, const std::string& request) {
         const auto header = headerSize(answer);
         std::deque<std::string> parts;
@@ -184,7 +184,7 @@ class HostileServer {
     Edits edits_;
     std::uint16_t genuine_ = 0;
     std::size_t count_ = 0;  // of answers
-    int steps_ = 0;          // taken, with a hundred for each wait in vain
+    int steps_ = 0;          // taken; a wait in vain counts 100
     Descriptor client_;
     Descriptor teacher_;
     std::uint32_t sequence_ = 0;  // of this connection
@@ -226,8 +226,8 @@ void addTags(Device& device) {
     Fuzz::require(device.parseDevice().empty(), "the device is prepared");
 }
 
-/// Connects, verifies and pulls twice, as long as nothing fails; connects anew. @return how many
-/// batches came
+/// Connects, verifies and pulls twice, as long as nothing fails; then reconnects. @return the
+/// number of batches
 int run(Edits edits, std::uint16_t genuine = 0) {
     server().begin(std::move(edits), genuine);
     Device device;
@@ -251,7 +251,7 @@ int run(Edits edits, std::uint16_t genuine = 0) {
     return client.count;
 }
 
-/// Shows the server what a genuine one answers. @return whether all went well
+/// Records the answers of a genuine server. @return whether all went well
 bool teach() {
     Device device;
     addTags(device);
@@ -271,14 +271,14 @@ extern "C" {
 
 UA_StatusCode __real_UA_ClientConfig_setDefault(UA_ClientConfig* config);
 
-/// Lets the server take its turn whenever the client does.
+/// Runs a step of the server before each one of the client.
 UA_StatusCode __wrap_UA_ClientConfig_setDefault(UA_ClientConfig* config) {
     const auto status = __real_UA_ClientConfig_setDefault(config);
     runLoop = config->eventLoop->run;
     config->eventLoop->run = [](UA_EventLoop* loop, UA_UInt32 timeout) {
         constexpr UA_UInt32 look = 1;  // only to see whether the connection is still there
         server().step(timeout > look);
-        return runLoop(loop, std::min(timeout, 10U));  // what is to come has been sent
+        return runLoop(loop, std::min(timeout, 10U));  // all data has been sent already
     };
     return status;
 }

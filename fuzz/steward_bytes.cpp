@@ -38,7 +38,7 @@ std::vector<std::string> serve(std::string_view bytes, unsigned int pieces) {
     return handler.events();
 }
 
-/// What the client makes of a line: one call of the handler, with the payload as it is.
+/// A line leads to one call of the handler, with the payload unchanged.
 void requireReaction(const std::string& event, std::string_view line) {
     const std::string payload{line.substr(std::min<std::size_t>(line.size(), 5))};
     for (const std::string name : {"onHelo", "onInfo", "onEror", "onTgnf", "onInvl", "onToof"}) {
@@ -49,7 +49,7 @@ void requireReaction(const std::string& event, std::string_view line) {
 
 }  // namespace
 
-/// The first byte decides into which pieces the others are cut.
+/// The first byte seeds the sizes of the pieces that the rest is cut into.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     auto unread = Fuzz::textOf(data, size).substr(size != 0);
     auto unanswered = unread;

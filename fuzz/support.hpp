@@ -17,7 +17,7 @@ namespace Fuzz {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-/// Ends the process, as a finding, where a promise is broken.
+/// Ends the process, as a finding, if a promise is broken.
 inline void require(bool kept, const char* promise) {
     if (!kept) {
         std::fprintf(stderr, "broken promise: %s\n", promise);
@@ -25,7 +25,7 @@ inline void require(bool kept, const char* promise) {
     }
 }
 
-/// Takes what stands before a separator, and the separator, from the front.
+/// Removes and returns the text before a separator; removes the separator too.
 [[nodiscard]] inline std::string_view takeUntil(std::string_view& text, char separator) {
     const auto field = text.substr(0, text.find(separator));
     text.remove_prefix(field.size() < text.size() ? field.size() + 1 : field.size());
@@ -42,7 +42,7 @@ inline void require(bool kept, const char* promise) {
         return std::to_string(text.size()) == count && text.find('\r') == text.npos &&
                (tag.maxStringLength == 0 || text.size() <= tag.maxStringLength);
     }
-    double number = 0;  // the integers are among its texts
+    double number = 0;  // its format includes integers
     const auto end = text.data() + text.size();
     return std::from_chars(text.data(), end, number).ptr == end && !text.empty();
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The daemon as built, between a steward that the test plays itself and a real OPC UA server, a
-// process that can be stopped, frozen and restarted.
+// The daemon as built, between a steward that the test plays and a real OPC UA server, a process
+// that can be stopped, frozen and restarted.
 #include "support/daemon.hpp"
 #include "support/opcua_server.hpp"
 #include "support/scripted_peer.hpp"
@@ -120,7 +120,7 @@ TEST_F(DaemonTest, EndsWithoutASteward) {
     }
 }
 
-/// Also where the parent has blocked the signals, and where none has a default action.
+/// Also if the parent has blocked the signals, or none has a default action.
 TEST_F(DaemonTest, ASecondSignalEndsAShutdownThatTheStewardHoldsUp) {
     sigset_t all;
     sigset_t before;
@@ -152,7 +152,7 @@ TEST_F(DaemonTest, EndsWhileAHangingConnectHoldsUpTheNextDescription) {
             ASSERT_TRUE(
                 daemon.log().await("<7> include/orvik/pullapplication/main:172: Caught signal"));
             int status = -1;
-            for (int i = 0; i < 40 && status == -1; ++i) {  // the first may be early by a moment
+            for (int i = 0; i < 40 && status == -1; ++i) {  // the first may come slightly early
                 daemon.process().signal(SIGTERM);
                 status = daemon.process().wait(50ms);
             }
@@ -169,7 +169,7 @@ struct DeviceState {
     std::vector<std::string> serverOptions;
     int pullDelay;
     std::string tags;
-    std::string line;  // of the daemon, in that state
+    std::string line;  // that the daemon writes in that state
     bool freezes = false;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// That a protocol needs nothing but what is under include/orvik.
+// Shows that a protocol needs only the headers in include/orvik.
 #include "support/process.hpp"
 
 #include <cstdlib>
@@ -13,7 +13,7 @@ namespace {
 
 using TestSupport::Process;
 
-/// A folder that goes with the object.
+/// A folder that is removed with the object.
 struct Folder {
     Folder() { EXPECT_NE(nullptr, ::mkdtemp(path.data())); }
     ~Folder() { std::filesystem::remove_all(path); }

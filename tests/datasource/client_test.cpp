@@ -76,7 +76,7 @@ TEST_F(DataSourceClientTest, ANewStartEndsTheOldRunFirstAlsoInALongPause) {
     ASSERT_NE(all.end(), ended);
     EXPECT_EQ("disconnect", *(ended - 1));
     EXPECT_EQ("init", *(ended + 1));
-}  // and the end of the source ends the second run
+}  // the destructor of the source ends the second run
 
 TEST_F(DataSourceClientTest, AStopOfWhatHasEndedIsHarmless) {
     source.stop();
@@ -99,7 +99,7 @@ TEST_F(DataSourceClientTest, StartsAndStopsTenThousandTimes) {
             ASSERT_TRUE(calls->await("pullData"));
             const auto later = std::chrono::steady_clock::now() + std::chrono::microseconds{i % 97};
             while (std::chrono::steady_clock::now() < later) {
-                // Each stop lands in another place
+                // Each stop hits another point of the run
             }
         } else if (i % 3 == 1) {
             std::thread other{[this] { source.stop(); }};

@@ -253,7 +253,7 @@ TEST_F(RunTest, DropsThePlannedConnectWhenTheDisconnectThrows) {
     handler->results = {{"verifyTags", {"x"}}};
     handler->during = [times = 0](const std::string& called) mutable {
         if (called == "disconnect" && times++ < 2) {
-            throw 1;  // also from the disconnect with which the run recovers
+            throw 1;  // also from the run's recovering disconnect
         }
     };
     const auto actual = runToEnd({.maxConnectRetries = 2,
@@ -265,7 +265,7 @@ TEST_F(RunTest, DropsThePlannedConnectWhenTheDisconnectThrows) {
 }
 
 TEST_F(RunTest, AStopAfterAnyRecordEndsTheRun) {
-    // Records mark every place of a run: past both back-offs, a pause and a failed pull
+    // Log records mark every point of a run: both back-offs, a pause and a failed pull
     for (int place = 1; place <= 40; ++place) {
         SCOPED_TRACE(place);
         renew();

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An OPC UA server that goes away, freezes, refuses or answers what it should not, on a connection
-// that breaks.
+// An OPC UA server that goes away, freezes, refuses or answers wrongly; connections that break.
 #include "support/opcua_server.hpp"
 #include "support/daemon.hpp"
 #include "support/proxy.hpp"
@@ -28,13 +27,13 @@ using testing::MatchesRegex;
 using Clock = std::chrono::steady_clock;
 using Options = std::vector<std::string>;
 
-// Longest waits: what comes at once, and what follows after a back-off
+// Time limits: for an immediate event, and for one after a back-off
 constexpr auto atOnce = isSanitized ? 40s : 8s;
 constexpr auto afterTimeOut = 5s + atOnce;
 constexpr auto afterConnect = 10s + atOnce;
 constexpr auto afterVerify = 15s + atOnce;
 
-/// A daemon whose steward the test plays, and before it a server behind a proxy.
+/// A daemon, whose steward the test plays, and a server reached through a proxy.
 class Plant {
   public:
     explicit Plant(const Options& options = {}) : server_{start(options)} {}
@@ -50,14 +49,14 @@ class Plant {
         connection_.send("INFO " + description(port, tags, pullDelay).insert(1, logIn) + "\n");
     }
 
-    /// Values flow, each after the id of its tag, and the daemon holds what it held at first.
+    /// Values flow, each with its tag's id, and the daemon uses the same resources as at first.
     void expectValues(milliseconds limit = atOnce) {
         expectBatch(limit);
         const auto usage = [this] {
             return std::pair{daemon_.process().count("fd"), daemon_.process().count("task")};
         };
         usage_ = usage_.value_or(usage());
-        for (int batch = 0; batch < 50 && usage() != usage_; ++batch) {  // a log may be open
+        for (int batch = 0; batch < 50 && usage() != usage_; ++batch) {  // a log file may be open
             expectBatch(atOnce);
         }
         EXPECT_EQ(*usage_, usage());
@@ -75,7 +74,7 @@ class Plant {
         }
     }
 
-    /// The server may still be busy with the end of a session.
+    /// Waits, since the server may still be closing a session.
     void expectStatistics(const std::string& pattern) {
         const auto deadline = Clock::now() + atOnce;
         std::string line;
@@ -85,7 +84,7 @@ class Plant {
         EXPECT_THAT(line, MatchesRegex(pattern));
     }
 
-    /// Starts another server, to which the next connections go, and ends the one before.
+    /// Starts another server for the next connections and ends the old one.
     void replaceServer(const Options& options = {}) {
         auto next = start(options);
         proxy.connectTo(next->port());
@@ -225,7 +224,7 @@ TEST(OpcUaServerTest, AConnectMayFailInAnyPhase) {
     });
 }
 
-/// What a cut connection leaves on a server ends there 15 s and the pull delay after its last use.
+/// The session of a cut connection times out 15 s plus the pull delay after its last use.
 TEST(OpcUaServerTest, MayAllowOneSessionOnly) {
     Plant plant{{"--max-sessions=1"}};
     plant.describe(plant.proxy.port(), {}, 1000);
@@ -268,7 +267,7 @@ TEST(OpcUaServerTest, MayHaveOtherTagsForAWhile) {
 TEST(OpcUaServerTest, MayFreeze) {
     const struct {
         std::string name;
-        std::string error;  // after which it goes on
+        std::string error;  // before it continues
         milliseconds limit;
     } rows[]{{"read", "BADTIMEOUT", atOnce}, {"connect", "Error: BADTIMEOUT", afterConnect}};
     runAll(rows, [](const auto& row) {
@@ -282,7 +281,7 @@ TEST(OpcUaServerTest, MayFreeze) {
     });
 }
 
-/// FAULT_ROUNDS asks for more than one restart; every other comes after 30 s.
+/// FAULT_ROUNDS sets the number of restarts; every second one comes after 30 s.
 TEST(OpcUaServerTest, MayBeKilledAndRestarted) {
     const char* rounds = std::getenv("FAULT_ROUNDS");
     Plant plant;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A steward that goes away, freezes or sends what it should not, and what the daemon makes of it.
+// A steward that goes away, freezes or sends what it should not, and how the daemon reacts.
 #include "support/daemon.hpp"
 #include "support/opcua_server.hpp"
 
@@ -58,7 +58,7 @@ class StewardTest : public DaemonTest {
         return connection.awaitLine(std::to_string(id_) + "=4,item", limit);
     }
 
-    /// Values flow, and the daemon holds what it held when this was asked first.
+    /// Values flow, and the daemon uses the same resources as at the first call.
     void expectWell(PeerConnection& connection, std::chrono::milliseconds limit = 20s,
                     std::size_t memory = 16'000'000) {
         ASSERT_TRUE(awaitValue(connection, limit));
@@ -68,7 +68,7 @@ class StewardTest : public DaemonTest {
                               process.residentBytes() > memory};
         };
         well_ = well_.value_or(usage());
-        for (int batch = 0; batch < 100 && usage() != well_; ++batch) {  // a log may be open
+        for (int batch = 0; batch < 100 && usage() != well_; ++batch) {  // a log file may be open
             ASSERT_TRUE(awaitValue(connection));
         }
         EXPECT_EQ(*well_, usage()) << daemon.process().residentBytes();
@@ -115,10 +115,10 @@ TEST_F(StewardTest, OddLinesDoNotHoldUpTheValues) {
             ASSERT_TRUE(connection.awaitLine("INFO"));
         }
         EXPECT_TRUE(row.record.empty() || daemon.log().await(row.record));
-        // The C library may keep 64 MB for the thread that used them
+        // The C library may cache 64 MB that a thread has freed
         expectWell(connection, 20s, row.text.size() > 1'000'000 ? 80'000'000 : 16'000'000);
     }
-    for (const char byte : std::string{"IFCH\n"}) {  // now and then a byte
+    for (const char byte : std::string{"IFCH\n"}) {  // one byte at a time
         connection.send({&byte, 1});
         ASSERT_TRUE(awaitValue(connection));
     }
@@ -136,13 +136,13 @@ TEST_F(StewardTest, AHangingConnectIsGivenUpForAnotherDescription) {
     finish(connection);
 }
 
-// Nobody reads the standard output meanwhile, to which the OPC UA stack writes about each session.
+// Meanwhile nobody reads the standard output, where the OPC UA stack logs each session.
 TEST_F(StewardTest, AThousandDescriptionsLeaveNothingBehind) {
     auto connection = start();
     for (int change = 0; change < 1000 / slowness; ++change) {
         connection.send("IFCH\n");
         ASSERT_TRUE(connection.awaitLine("INFO"));
-        if (change % 3 == 0) {  // else in the connect, or in the check of the tags
+        if (change % 3 == 0) {  // else during the connect or the tag check
             ASSERT_TRUE(awaitValue(connection));
         }
         describe(connection, change % 50);
@@ -208,8 +208,7 @@ TEST_F(StewardTest, MayRunOutOfDescriptors) {
     finish(connection);
 }
 
-// The wall clock of a daemon under test jumps by hours all the time, in these tests as in all
-// others.
+// In all tests, the wall clock of the daemon keeps jumping by hours.
 TEST_F(StewardTest, ValuesKeepTheirPaceHoweverTheClockIsSet) {
     auto connection = start();
     describe(connection, 200);
@@ -225,7 +224,7 @@ TEST_F(StewardTest, ValuesKeepTheirPaceHoweverTheClockIsSet) {
 struct Loss {
     std::string name;
     void (*happen)(PeerConnection&);
-    std::string awaited;  // record, before the steward is back
+    std::string awaited;  // log record before the steward is back
 };
 
 void PrintTo(const Loss& loss, std::ostream* stream) {
@@ -258,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(
                          disconnected},
                     Loss{"ClosedInTheMiddleOfALine",
                          [](auto& connection) {
-                             connection.send("INFO {}");  // whole, it would end the daemon
+                             connection.send("INFO {}");  // a complete line would end the daemon
                              connection.close();
                          },
                          disconnected}),
@@ -267,7 +266,7 @@ INSTANTIATE_TEST_SUITE_P(
 struct Arrival {
     std::string name;
     bool stewardIsLate;
-    bool serverIsLate;  // when the steward is there already
+    bool serverIsLate;  // when the steward is already up
 };
 
 void PrintTo(const Arrival& arrival, std::ostream* stream) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One call to the system fails, once, while the daemon connects or while values flow.
+// One system call fails once, while the daemon connects or while values flow.
 #include "support/daemon.hpp"
 #include "support/opcua_server.hpp"
 
@@ -18,7 +18,7 @@ namespace {
 using namespace TestSupport;
 using Clock = std::chrono::steady_clock;
 
-/// A daemon in which one call fails, and its steward, which answers whatever comes.
+/// A daemon in which one call fails, and its steward, which answers every request.
 class DaemonWithFailure {
   public:
     DaemonWithFailure(std::uint16_t serverPort, const std::string& failure)
@@ -28,7 +28,7 @@ class DaemonWithFailure {
 
     /// @return whether a line to the steward could not be sent
     bool run() {
-        for (id_ = 1; id_ <= 3; ++id_) {  // by a worker each
+        for (id_ = 1; id_ <= 3; ++id_) {  // one worker each
             if (!awaitValue()) {
                 return false;
             }
@@ -42,7 +42,7 @@ class DaemonWithFailure {
 
   private:
     /// Asks the daemon to fetch the description, and waits for values of it.
-    /// @return false if the process has ended, in a way that its service manager restarts
+    /// @return false if the process ended so that its service manager restarts it
     bool awaitValue() {
         constexpr auto limit = isSanitized ? 60s : 25s;
         const auto wanted = std::to_string(id_) + "=4,item";
@@ -103,7 +103,7 @@ class DaemonWithFailure {
 TEST(SystemCallTest, MayFailOnce) {
     const struct {
         std::string function;
-        int places;  // from the start of the process, while it connects and while values flow
+        int places;  // calls during start, connect and pulls
         std::vector<int> errors;
     } rows[]{
         {"pthread_create", 4, {EAGAIN}}, {"epoll_create1", 6, {EMFILE}},
@@ -124,7 +124,7 @@ TEST(SystemCallTest, MayFailOnce) {
             }
         }
     }
-    // Else the daemon sends to the steward by a call that no row makes fail
+    // Else the daemon sends by a system call that no row covers
     EXPECT_GT(std::ranges::count_if(runs, [](auto& run) { return run.get(); }), 0);
 }
 

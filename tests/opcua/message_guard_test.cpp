@@ -22,7 +22,7 @@ std::string chunk(const std::string& kind, const std::string& body) {
     return kind + number(8 + body.size()) + body;
 }
 
-/// A chunk of a response, of the request with that number.
+/// A chunk of the response to the request with that number.
 std::string response(const std::string& body, char kind = 'F', std::size_t request = 1) {
     return chunk("MSG"s + kind, number(1) + number(2) + number(3) + number(request) + body);
 }
@@ -52,7 +52,7 @@ bool acceptsByteByByte(MessageGuard guard, const std::string& bytes) {
     });
 }
 
-// Node ids: of two bytes, of four, with a number of four bytes, and a text
+// Node ids: two-byte, four-byte, numeric and string
 const auto two = "\x00\x7A"s;
 const auto four = "\x01\x00\x7A\x02"s;
 const auto full = "\x02\x00\x00\x7A\x02\x00\x00"s;
@@ -110,7 +110,7 @@ TEST(MessageGuardTest, RefusesWhatHasNoNumericTypeAndKeepsItsPlaceAfterTheRest) 
         {"length up to the end", opening(four, {0}, {0}, {12}), false},
         {"length far past the end", opening(four, {0x7FFFFFFF}, {0x7FFFFFFF}, {0x7FFFFFFF}), false},
         {"null of the top bit", opening(four, {0x80000000}, {0xFFFFFFFD}, {0xFFFFFFFE}), true},
-        // Added in 32 bits, these lengths would find a type in the number that stands before it
+        // In 32-bit arithmetic, these lengths would wrap back to a number that looks like a type
         {"length -4", opening(text, {3, "abc"}, {0xFFFFFFFC}), false},
         {"lengths -4", opening(text, {0xFFFFFFFC}, {0xFFFFFFFC}, {0}), false},
         {"length -3", opening(text, {3, "abc"}, {0xFFFFFFFD}), false},

@@ -114,7 +114,7 @@ TEST(ProtocolHandlerTest, WritesNothingWhenOneValueCannotBeHad) {
     SimulatedServer server{reader.device};  // without tags
     ASSERT_EQ("", reader.connect(server.port()));
     EXPECT_EQ("BADNOTHINGTODO", reader.pull());
-    reader.addTag(1, "ns=0;i=2259", TagType::Int32);  // what every server has: its state
+    reader.addTag(1, "ns=0;i=2259", TagType::Int32);  // the server state, which every server has
     EXPECT_EQ("", reader.pull());
     reader.addTag(2, "ns=1;s=missing", TagType::Int32);
     EXPECT_EQ("BADNODEIDUNKNOWN", reader.verify());
@@ -155,7 +155,7 @@ TEST(ProtocolHandlerTest, RefusesWhatIsNoIpAddress) {
     for (const auto* address : {"plc.local", "", "256.0.0.1", "1.2.3", "127.0.0.1 "}) {
         EXPECT_EQ("Connection error: invalid ip address", reader.connect(4840, address)) << address;
     }
-    // An address, but not one that the stack takes without brackets
+    // An address that the stack accepts only in brackets
     EXPECT_EQ("Error: BADTCPENDPOINTURLINVALID", reader.connect(4840, "::1"));
 }
 
@@ -217,7 +217,7 @@ TEST(ProtocolHandlerTest, ConnectsAnewAtOnceWhateverBroke) {
 
         EXPECT_EQ(sessions + 1, proxy.count(Create));
     }
-    double timeout = 0;  // and four bytes more
+    double timeout = 0;  // followed by four more bytes
     const auto create = proxy.last(Create);
     std::memcpy(&timeout, create.data() + create.size() - 12, sizeof timeout);
     EXPECT_EQ(15000 + 65535, timeout);
@@ -238,7 +238,7 @@ TEST(ProtocolHandlerTest, NamesAResponseWithoutAType) {
     EXPECT_EQ("BADNOTCONNECTED", reader.pull());
 }
 
-/// Turns the standard output into a pipe that nobody reads.
+/// Redirects the standard output to a pipe that nobody reads.
 class UnreadOutput {
   public:
     UnreadOutput() : original_{::dup(STDOUT_FILENO)} {

@@ -36,7 +36,7 @@ TEST(StatusCodeNameTest, AgreesWithTheStackOnEveryCodeThatItKnows) {
             EXPECT_EQ("BADSEMPAHOREFILEMISSING", name);
         }
     }
-    EXPECT_EQ(227, count);  // and two masks, which are no codes
+    EXPECT_EQ(227, count);  // plus two masks, which are not codes
     EXPECT_THAT(unknownToStack, testing::ElementsAre());
 }
 

@@ -25,7 +25,7 @@ struct Sample {
     std::string_view description;
 };
 
-/// One value of each type that can be had.
+/// One value of each supported type.
 std::vector<Sample> samples() {
     static const UA_Boolean boolean = true;
     static const UA_SByte int8 = -128;

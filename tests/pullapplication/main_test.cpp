@@ -21,10 +21,10 @@ using namespace Orvik;
 using namespace TestSupport;
 using testing::ElementsAre;
 
-/// What every handler of the application reports to, since the application makes them itself.
+/// Calls of all handlers; global because the application creates the handlers itself.
 std::shared_ptr<Calls> calls;
 
-/// So many handlers cannot be made.
+/// How many of the next handler constructions fail.
 std::atomic<int> failures = 0;
 
 struct Handler final : DataSource::ProtocolHandler<FakeDevice, FakeTag> {
@@ -129,7 +129,7 @@ TEST_F(MainTest, TriesAgainToStartWhileTheDescriptionIsTheCurrentOne) {
             failures = times;
             handler.onInfo("good");
         };
-        // Waits end in the order in which they began: an outdated one before a later one
+        // Waits end in the order in which they began: outdated ones first
         fail(1);
         handler.onDisconnected();
         const auto begin = std::chrono::steady_clock::now();
@@ -141,7 +141,7 @@ TEST_F(MainTest, TriesAgainToStartWhileTheDescriptionIsTheCurrentOne) {
         handler.onInfo("good");
         fail(1);
         EXPECT_TRUE(calls->await("init", 3));
-        fail(1);  // and the shutdown comes first
+        fail(1);  // the shutdown comes before the retry
         ::raise(SIGTERM);
     };
     EXPECT_EQ(0, run(delay));

@@ -35,7 +35,7 @@ using TestSupport::UnansweringPeer;
 namespace System = TestSupport::System;
 using Events = std::vector<std::string>;
 
-/// A client on a thread of its own; logs off and waits for the thread at the end.
+/// A client on its own thread; logs off and waits for the thread at the end.
 class RunningClient {
   public:
     explicit RunningClient(ClientHandler* handler) : client_{handler, 1ms} {}
@@ -180,7 +180,7 @@ TEST_F(ClientTest, HandlerCanDeclineAnAnswerButNotInsistOnOne) {
             EXPECT_EQ(answer, connection.readLine());
         }
         ASSERT_TRUE(!chosen || handler.await(answers ? "onEror: 2" : "onEror: 1"));
-        once->setDevice("id2", "key2");  // greeted all the same
+        once->setDevice("id2", "key2");  // still counts as greeted
         EXPECT_EQ("DEVC id2 key2", connection.readLine());
         connection.close();
     }
@@ -196,7 +196,7 @@ TEST_F(ClientTest, IdentifiesTheDeviceWhenItIsSet) {
     ASSERT_TRUE(handler.await("onEror: greeted"));
     client->setDevice("id", "key");
     EXPECT_EQ("DEVC id key", connection.readLine());
-    client->setDevice("", "key");  // only the greeting looks at an empty id
+    client->setDevice("", "key");  // an empty id matters only at the greeting
     EXPECT_EQ("DEVC  key", connection.readLine());
     logOff(connection);
 }
@@ -253,7 +253,7 @@ TEST_F(ClientTest, ReconnectsAfterTheDelayAndLogsOnAnew) {
     auto first = logOn(100);
     const auto port = peer.port();
     { const auto gone = std::move(peer); }
-    System::nextConnectIsToItself = true;  // fails like the others, and leaves the port free
+    System::nextConnectIsToItself = true;  // fails like the others and frees the port
     const auto begin = std::chrono::steady_clock::now();
     first.reset();
     EXPECT_THAT(handler.next(6), ElementsAre("onDisconnected", "onReconnecting: auto reconnect",
@@ -325,7 +325,7 @@ std::string lossEnds(const std::string& what) {
 
 const std::string large(12 << 20, '7');  // more than the system buffers
 
-/// A line counts as much as the memory that it takes.
+/// A line counts with the memory it occupies.
 std::string inMemory(std::size_t bytes, std::string line) {
     line.reserve(bytes);
     return line;
@@ -360,7 +360,7 @@ TEST_F(ClientTest, DropsWholeBatchesAndKeepsTheNewestErrorBeyondTheLimit) {
     const auto events = handler.events();
     EXPECT_EQ(1, std::count(events.begin(), events.end(), lossBegins));
     const auto end = std::find(events.begin(), events.end(), lossEnds("2 value batches"));
-    EXPECT_EQ(2, std::count(events.begin(), end, "onWrite: " + large + '\n'));  // under a half
+    EXPECT_EQ(2, std::count(events.begin(), end, "onWrite: " + large + '\n'));  // below half
     logOff(connection);
 }
 
@@ -393,7 +393,7 @@ TEST_F(ClientTest, ReportsALossAtTheEndOfItsConnection) {
     second.reset();
 }
 
-// Every state ends
+// Ending in every state
 
 TEST_F(ClientTest, EndsWhileLookingUpAName) {
     {
@@ -401,7 +401,7 @@ TEST_F(ClientTest, EndsWhileLookingUpAName) {
         looking.connect(peer.port(), 1, "slow.test");
         ASSERT_TRUE(System::slowLookUpBegun.try_acquire_for(20s));
     }
-    System::slowLookUpMayEnd.release();  // and destroys the state of the client
+    System::slowLookUpMayEnd.release();  // the look-up then destroys the client's state
     ASSERT_TRUE(System::slowLookUpEnded.try_acquire_for(20s));
     EXPECT_TRUE(handler.events().empty());
 }
@@ -411,7 +411,7 @@ TEST_F(ClientTest, EndsWhileConnecting) {
     client.connect(unanswering.port(), 1);
     client->write("x");
     const auto refused = "onClientError: Cannot write without an active connection";
-    ASSERT_TRUE(handler.await(refused));  // reported in turn, so the attempt has begun
+    ASSERT_TRUE(handler.await(refused));  // reported in order, so the attempt has begun
     client->disconnect();
     EXPECT_TRUE(client.ends());
     EXPECT_THAT(handler.events(), ElementsAre(refused));
@@ -438,7 +438,7 @@ TEST_F(ClientTest, ALostConnectionWithLinesToWriteIsClosed) {
     client->write(large);
     lost.shutdownSending();
     auto next = peer.accept();
-    EXPECT_EQ("<closed>", lost.readLine());  // when the next is there
+    EXPECT_EQ("<closed>", lost.readLine());  // once the next one is connected
     ASSERT_TRUE(handler.await("onConnected", 2));
     client->write(large);
     { const auto gone = std::move(peer); }
@@ -457,7 +457,7 @@ TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {
     ASSERT_TRUE(handler.await("onConnected"));
     System::slowLookUpMayEnd.release();
     ASSERT_TRUE(System::slowLookUpEnded.try_acquire_for(20s));
-    EXPECT_FALSE(peer.hasConnection(50ms));  // what was found comes too late
+    EXPECT_FALSE(peer.hasConnection(50ms));  // the result comes too late
     logOff(connection);
 }
 
@@ -483,7 +483,7 @@ TEST_F(ClientTest, AReplacedConnectionIsLeftForTheServerToClose) {
     ASSERT_TRUE(handler.await("onConnected", 3));
 
     auto fourth = replace(4);
-    EXPECT_EQ("<closed>", second.readLine());  // by the client, which is no loss of the fourth
+    EXPECT_EQ("<closed>", second.readLine());  // by the client; the fourth is not lost
     EXPECT_EQ("EXIT", third.readLine());
     EXPECT_THAT(handler.events(), Contains("onDisconnected").Times(1));
     client->disconnect();

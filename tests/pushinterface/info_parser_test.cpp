@@ -22,7 +22,7 @@ std::string parse(const std::string& info,
     return Parser::parse(info, device);
 }
 
-/// A whole description with members added after "port".
+/// A complete description with members added after "port".
 std::string described(const std::string& more) {
     return R"({"id":"d","ipAddress":"::1","port":4840)" + more + "}";
 }

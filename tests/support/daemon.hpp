@@ -20,7 +20,7 @@
 
 namespace TestSupport {
 
-/// The records that a daemon with our preloaded library hands to the system log.
+/// The system log records of a daemon with our preloaded library.
 class CapturedLog {
   public:
     CapturedLog() {
@@ -42,7 +42,7 @@ class CapturedLog {
         std::ifstream stream{path_};
         for (std::string line; std::getline(stream, line);) {
             if (!line.starts_with("pullapp[") && !result.empty()) {
-                result.back() += '\n' + line;  // of a record with line feeds in it
+                result.back() += '\n' + line;  // of a record with line feeds
                 continue;
             }
             const auto priority = line.find(" <") + 1;
@@ -60,7 +60,7 @@ class CapturedLog {
         return line;
     }
 
-    /// Waits until the same record was logged so many times. @return false at the limit
+    /// Waits until the same record was logged that many times. @return false at the limit
     [[nodiscard]] bool await(std::string_view record, std::ptrdiff_t times = 1,
                              std::chrono::milliseconds limit = 30s) const {
         const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -117,7 +117,7 @@ class Daemon {
         return more;
     }
 
-    /// The address sanitizer wants to be loaded first, or to be told that it is not.
+    /// The address sanitizer must be loaded first, or told that it is not.
     static std::string sanitizerOptions() {
         const char* inherited = std::getenv("ASAN_OPTIONS");
         return "ASAN_OPTIONS=verify_asan_link_order=0:" + std::string{inherited ? inherited : ""};
@@ -137,7 +137,7 @@ class Daemon {
     return connection;
 }
 
-/// Ends a daemon as its service manager does, and closes on its log-off.
+/// Ends a daemon as its service manager does, and closes after its log-off.
 inline void endInOrder(Daemon& daemon, PeerConnection& connection, int signal = SIGTERM) {
     daemon.process().signal(signal);
     EXPECT_TRUE(connection.awaitLine("EXIT"));

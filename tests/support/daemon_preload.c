@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Preloaded into the daemon by tests, with system_log.c. The host name "never.test" is looked up
- * for ever. The wall clock is set hours forward or back between any two looks at it. FAIL="function
- * place error" makes one call of a function fail, and logs that; "send" counts both ways to send.
+ * Preloaded into the daemon by tests, with system_log.c. Resolving "never.test" never ends. The
+ * wall clock jumps hours forward or back between any two reads. FAIL="function place error" makes
+ * the call number `place` of a function fail, and logs that; "send" counts send and sendmsg.
  */
 #include <dlfcn.h>
 #include <errno.h>
@@ -65,7 +65,7 @@ static int fails(const char* function) {
 #define FAILABLE(type, name, parameters, arguments, result) \
     FAILABLE_AS(#name, type, name, parameters, arguments, result)
 
-/* Also what it returns where clone or the mmap of the stack fails. */
+/* Also covers a failed clone, or mmap of the stack. */
 FAILABLE(int, pthread_create,
          (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*), void* of),
          (thread, attributes, start, of), failure)

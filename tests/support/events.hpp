@@ -15,7 +15,7 @@
 
 namespace TestSupport {
 
-/// What happened, in order; any thread may add to it.
+/// Events in order; any thread may add to them.
 class Events {
   public:
     void add(const std::string& event) {
@@ -31,7 +31,7 @@ class Events {
         return events_;
     }
 
-    /// Waits until an event was added so many times. @return false at the limit
+    /// Waits until an event was added that many times. @return false at the limit
     [[nodiscard]] bool await(const std::string& event, std::ptrdiff_t times = 1) {
         std::unique_lock lock{mutex_};
         const bool came = changed_.wait_for(lock, std::chrono::seconds{20}, [&] {
@@ -42,7 +42,7 @@ class Events {
         return came;
     }
 
-    /// Waits for so many events after the last that this or `await` has seen. @return them
+    /// Waits for `count` events after the last that this or `await` has seen. @return them
     [[nodiscard]] std::vector<std::string> next(std::ptrdiff_t count) {
         std::unique_lock lock{mutex_};
         const auto first = std::exchange(seen_, seen_ + count);

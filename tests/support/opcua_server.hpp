@@ -20,7 +20,7 @@ inline const std::string cleared = "@__nimbara_error_msg__=0,";
     return "@__nimbara_error_msg__=" + std::to_string(text.size()) + "," + text;
 }
 
-/// An OPC UA server as a process of its own, which can be stopped, frozen and restarted.
+/// An OPC UA server as a separate process, which can be stopped, frozen and restarted.
 class OpcUaServer {
   public:
     explicit OpcUaServer(std::vector<std::string> options = {"--tags=5"}, std::uint16_t port = 0)

@@ -7,7 +7,7 @@
 #include <open62541/types.h>
 #include <open62541/types_generated_handling.h>
 
-/// Records of the OPC UA stack made by hand. They refer to what they are made of.
+/// OPC UA values made by hand. They do not own the memory they refer to.
 namespace TestSupport {
 
 [[nodiscard]] inline UA_String borrow(std::string_view text) {
@@ -22,7 +22,7 @@ template <typename T>
     return variant;
 }
 
-/// What a Read finds; a null value for none.
+/// The result of a Read; a null pointer means no value.
 [[nodiscard]] inline UA_DataValue dataValue(const UA_Variant* value,
                                             UA_StatusCode status = UA_STATUSCODE_GOOD) {
     UA_DataValue result;

@@ -55,7 +55,7 @@ class Descriptor {
 /// A child process with its output streams on pipes; killed and reaped with the object.
 class Process {
   public:
-    /// @param environment "NAME=value" in front of what is inherited
+    /// @param environment "NAME=value", before the inherited ones
     explicit Process(std::vector<std::string> arguments,
                      std::vector<std::string> environment = {}) {
         auto [outRead, outWrite] = makePipe();
@@ -95,13 +95,13 @@ class Process {
 
     [[nodiscard]] pid_t pid() const noexcept { return pid_; }
 
-    /// Entries of a folder of the system's about this process: "fd" or "task".
+    /// Number of entries in a folder of this process under /proc: "fd" or "task".
     [[nodiscard]] std::ptrdiff_t count(const std::string& folder) const {
         const auto path = "/proc/" + std::to_string(pid_) + '/' + folder;
         return std::distance(std::filesystem::directory_iterator{path}, {});
     }
 
-    /// @return 0 under a sanitizer, which keeps what is freed
+    /// @return 0 under a sanitizer, which retains freed memory
     [[nodiscard]] std::size_t residentBytes() const {
         std::ifstream stream{"/proc/" + std::to_string(pid_) + "/statm"};
         std::size_t total = 0;
@@ -110,7 +110,7 @@ class Process {
         return isSanitized ? 0 : resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     }
 
-    /// Processor time used so far.
+    /// CPU time used so far.
     [[nodiscard]] std::chrono::nanoseconds cpuTime() const {
         clockid_t clock = 0;
         timespec used{};
@@ -127,7 +127,7 @@ class Process {
 
     [[nodiscard]] static constexpr int killedBy(int signal) { return 256 + signal; }
 
-    /// @return exit status, or `killedBy` a signal, or -1 when it still runs at the limit
+    /// @return exit status, or `killedBy` a signal, or -1 if it still runs at the limit
     [[nodiscard]] int wait(std::chrono::milliseconds limit = 20s) {
         pollfd ended{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
         int status = 0;
@@ -157,7 +157,7 @@ class Process {
         return line;
     }
 
-    /// Everything that is left on a stream, until the process closes it.
+    /// The rest of a stream, until the process closes it.
     [[nodiscard]] std::string restOfOutput() { return readAll(out_); }
     [[nodiscard]] std::string restOfErrors() { return readAll(err_); }
 

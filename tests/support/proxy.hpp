@@ -18,7 +18,7 @@
 
 namespace TestSupport {
 
-/// What an OPC UA client sends. Services have the number of their request's encoding.
+/// A client's message. Services have the encoding id of their request.
 enum class Message : std::uint16_t {
     Hello,
     Channel,
@@ -28,10 +28,9 @@ enum class Message : std::uint16_t {
     Read = 631
 };
 
-/// What the proxy does with a message. Drop: from then on nothing passes in either
-/// direction. Reply: the text, or the message itself, instead of passing it on. HalfAnswer: and
-/// nothing more. Flood: 65 MB of chunks that end no answer. Results: the text takes the place of
-/// what was read.
+/// What the proxy does with a message. Drop: nothing passes in either direction from then on.
+/// Reply: sends back the text, or the message itself. HalfAnswer: half of the answer, then nothing.
+/// Flood: 65 MB of chunks of an answer without end. Results: the text replaces the values read.
 struct Action {
     enum Kind { Pass, Close, Reset, Drop, Reply, HalfAnswer, Flood, Results };
     Kind kind = Pass;
@@ -39,7 +38,7 @@ struct Action {
     int times = 1;
 };
 
-/// Between an OPC UA client and its server, on a thread of its own.
+/// Proxy between an OPC UA client and its server, on its own thread.
 class Proxy {
   public:
     explicit Proxy(std::uint16_t serverPort)
@@ -53,7 +52,7 @@ class Proxy {
 
     [[nodiscard]] std::uint16_t port() const { return peer_.port(); }
 
-    /// How many such messages have come.
+    /// How many such messages were received.
     [[nodiscard]] int count(Message message) {
         const std::lock_guard lock{mutex_};
         return counts_[message];
@@ -119,7 +118,7 @@ class Proxy {
         return action.times-- > 0 ? action : Action{};
     }
 
-    /// @return whether the link stays
+    /// @return whether to keep the link
     bool onMessage(Link& link) {
         const auto message = receive(link.client);
         if (message.empty()) {
@@ -157,7 +156,7 @@ class Proxy {
         return !answer.empty() && send(link.client, answer);
     }
 
-    /// Chunks that are numbered on from the one of the answer.
+    /// Chunks with sequence numbers that continue the answer's.
     static std::string flood(std::string answer) {
         constexpr std::uint32_t size = 65000;
         std::uint32_t sequence = 0;

@@ -17,7 +17,7 @@ class RecordingClientHandler final : public Orvik::PushInterface::ClientHandler 
   public:
     /// Called inside every operation, after it was recorded; may throw.
     std::function<void(const std::string& operation)> during = [](const std::string&) {};
-    std::optional<bool> answers;  ///< what every flag is set to: decline or insist
+    std::optional<bool> answers;  ///< the value for every flag
 
     [[nodiscard]] std::vector<std::string> events() const { return events_.all(); }
     [[nodiscard]] bool await(const std::string& event, std::ptrdiff_t times = 1) {

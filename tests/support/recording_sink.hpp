@@ -12,8 +12,8 @@
 
 namespace TestSupport {
 
-/// Records "<level> message" of every record while it lives. Make it before threads that log, and
-/// let it go after them.
+/// Keeps every log record as "<level> message" while it exists. Create it before threads that log,
+/// and destroy it after them.
 class RecordingSink {
   public:
     explicit RecordingSink(std::int32_t level = Orvik::Log::chattr)

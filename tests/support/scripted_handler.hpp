@@ -18,7 +18,7 @@ namespace TestSupport {
 
 struct FakeTag : Orvik::PushInterface::Tag {};
 
-/// Accepts everything, and keeps the tags; a test sets what it refuses.
+/// Accepts everything and keeps the tags; a test sets what to refuse.
 struct FakeDevice : Orvik::PushInterface::Device {
     std::string setProtocolOption(const std::string& key, const std::string& value) override {
         options.emplace_back(key, value);
@@ -37,10 +37,10 @@ struct FakeDevice : Orvik::PushInterface::Device {
     std::vector<std::shared_ptr<FakeTag>> tags;
 };
 
-/// What handler and push client see of a run, in one order: "connect", "write: @…".
+/// Calls to handler and push client in a run, in order: "connect", "write: @…".
 using Calls = Events;
 
-/// A push client that only notes what is written.
+/// A push client that only records what is written.
 class RecordingPushClient final : public Orvik::PushInterface::Client {
   public:
     explicit RecordingPushClient(std::shared_ptr<Calls> calls)

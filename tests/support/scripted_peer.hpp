@@ -72,10 +72,10 @@ class PeerConnection {
 
     void close() { socket_ = Descriptor{}; }
 
-    /// Ends our half only: the other end reads the end of the stream and may still write.
+    /// Half-close: the other end reads the end of the stream and may still write.
     void shutdownSending() const { ::shutdown(socket_.get(), SHUT_WR); }
 
-    /// Closes so that the other end sees a broken connection, not an orderly end.
+    /// Closes with a TCP reset instead of an orderly end.
     void reset() {
         const linger now{.l_onoff = 1, .l_linger = 0};
         ::setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
@@ -94,7 +94,7 @@ class PeerConnection {
     std::size_t searched_ = 0;
 };
 
-/// A server on a free loopback port whose every move the test makes itself.
+/// A server on a free loopback port controlled step by step by the test.
 class ScriptedPeer {
   public:
     explicit ScriptedPeer(std::uint16_t port = 0, int backlog = 16)
@@ -126,7 +126,7 @@ class ScriptedPeer {
         return PeerConnection{acceptSocket()};
     }
 
-    /// For tests that speak no lines. Waits without limit.
+    /// For tests that do not use lines. Waits without limit.
     [[nodiscard]] Descriptor acceptSocket() const {
         return Descriptor{::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)};
     }

@@ -9,7 +9,7 @@
 
 namespace TestSupport {
 
-/// The simulator's server with the tags of a device, on a thread of its own. One at a time.
+/// The simulator's server with the tags of a device, on its own thread. One at a time.
 class SimulatedServer {
   public:
     explicit SimulatedServer(const PullappOpcUa::Device& device,

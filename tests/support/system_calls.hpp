@@ -28,7 +28,7 @@ Function* systemsOwn(Function* /*ours*/, const char* name) {
 
 inline constexpr auto impossibleStack = std::numeric_limits<std::size_t>::max() / 4;
 
-/// Sets the stack that each new thread gets, in bytes.
+/// Sets the stack size of new threads, in bytes.
 inline void setThreadStack(std::size_t size) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -39,8 +39,8 @@ inline void setThreadStack(std::size_t size) {
 
 inline std::binary_semaphore slowLookUpBegun{0};
 inline std::binary_semaphore slowLookUpMayEnd{0};
-inline std::binary_semaphore slowLookUpEnded{0};  ///< its thread, and what it owned
-inline std::atomic<int> clientSocket = -1;        ///< connected last
+inline std::binary_semaphore slowLookUpEnded{0};  ///< its thread and data are gone
+inline std::atomic<int> clientSocket = -1;        ///< the last one connected
 inline std::atomic<bool> nextConnectIsToItself = false;
 inline std::atomic<const std::function<int()>*> nextSend =
     nullptr;  ///< fails with the error returned
@@ -74,7 +74,7 @@ extern "C" ssize_t sendmsg(int socket, const msghdr* message, int flags) {
     return failsToSend(socket) ? -1 : systemsOwn(&sendmsg, "sendmsg")(socket, message, flags);
 }
 
-/// "slow.test" waits, "two.test" has two addresses of which the first refuses, and "none.test" does
+/// "slow.test" waits, "two.test" has two addresses the first of which refuses, and "none.test" does
 /// not exist.
 extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints,
                            addrinfo** result) {

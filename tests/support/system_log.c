@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * Takes the place of the system log: each record is appended to the file that SYSLOG_CAPTURE names,
+ * Replaces the system log: each record is appended to the file that SYSLOG_CAPTURE names,
  * as the line "identity <priority> text".
  */
 #include <fcntl.h>
@@ -18,7 +18,7 @@ static void capture(int priority, const char* format, va_list arguments) {
     const int file =
         open(getenv("SYSLOG_CAPTURE"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (file < 0) {
-        return; /* like the system's own, with no descriptor left */
+        return; /* as syslog does without a descriptor */
     }
     if (vasprintf(&text, format, arguments) >= 0) {
         const int size = asprintf(&line, "%s <%d> %s\n", identity, priority, text);
@@ -44,7 +44,7 @@ void syslog(int priority, const char* format, ...) {
     va_end(arguments);
 }
 
-/* What syslog becomes in a fortified build. */
+/* syslog in a fortified build. */
 void __syslog_chk(int priority, int flag, const char* format, ...);
 void __syslog_chk(int priority, int flag, const char* format, ...) {
     va_list arguments;

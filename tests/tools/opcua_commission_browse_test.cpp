@@ -24,7 +24,7 @@ using namespace TestSupport;
 using PullappOpcUa::Device;
 using testing::HasSubstr;
 
-/// What the simulator has besides its five tags, which move.
+/// What the simulator has besides its five changing tags.
 const std::string odd =
     std::string{
         "path,address,type,readable,value,obstacle\n"
@@ -99,7 +99,7 @@ class OpcUaCommissionBrowseTest : public testing::Test {
         return {std::istreambuf_iterator<char>{file}, {}};
     }
 
-    /// What the daemon says of the description, with the server.
+    /// The daemon's verdict on the description, with the server.
     [[nodiscard]] std::string verdict() const {
         const auto device = std::make_shared<Device>();
         using Parser = Orvik::PushInterface::InfoParser<Device, PullappOpcUa::Tag>;

@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// Each problem on a line, the notes marked, and what the daemon says to the whole.
+/// Each problem on a line, notes marked, and the daemon's verdict.
 Lines problemsOf(const std::string& json) {
     Lines lines;
     for (const auto& problem : Tools::findProblems(json)) {
@@ -158,7 +158,7 @@ TEST(DescriptionProblemsTest, PointsAtTheTokenWhereTheSyntaxEnds) {
     }
 }
 
-/// `opcua-commission check` of a file, beside the simulator's five tags.
+/// `opcua-commission check` of a file, with the simulator's five tags.
 class CommissionCheckTest : public testing::Test {
   protected:
     ~CommissionCheckTest() override {

@@ -24,7 +24,7 @@ using namespace TestSupport;
 using PullappOpcUa::Device;
 using PullappOpcUa::ProtocolHandler;
 
-/// A simulator that has written the description of what it serves.
+/// A simulator that has written the description of its tags.
 class OpcUaSimulatorTest : public testing::Test {
   protected:
     ~OpcUaSimulatorTest() override { std::filesystem::remove(file_); }
