@@ -20,7 +20,7 @@ std::string syntaxAdvice(std::string_view text) {
     const auto says = [text](std::string_view part) {
         return text.find(part) != std::string_view::npos;
     };
-    if (says("unexpected end of input")) {
+    if (says("unexpected end of input") || says("empty input")) {
         return "close every quote, bracket and brace";
     }
     if (says("unexpected '}'") || says("unexpected ']'")) {
