@@ -157,8 +157,8 @@ TEST_F(DaemonTest, EndsWhileAHangingConnectHoldsUpTheNextDescription) {
             ASSERT_TRUE(
                 daemon.log().await("<7> include/orvik/pullapplication/main:172: Caught signal"));
             int status = -1;
-            for (int i = 0; i < attempts && status == -1;
-                 ++i) {  // the first may come slightly early
+            // The first may come slightly early
+            for (int i = 0; i < attempts && status == -1; ++i) {
                 daemon.process().signal(SIGTERM);
                 status = daemon.process().wait(50ms);
             }
