@@ -3,6 +3,7 @@
 // is the path of its file, such as /sys/class/thermal/thermal_zone0/temp; its value is the first
 // word in it. Takes "int" tags of 64 bits, signed, and "float" tags of 64 bits.
 #include "orvik/pullapplication/main.hpp"
+
 #include "orvik/datasource/protocol_handler.hpp"
 #include "orvik/pushinterface/client.hpp"
 #include "orvik/pushinterface/info_parser.hpp"
@@ -34,7 +35,7 @@ class Device : public Orvik::PushInterface::Device {
         return {};
     }
 
-    /// Nothing is left to prepare.
+    /// There is nothing to prepare.
     [[nodiscard]] static std::string parseDevice() { return {}; }
 
     std::vector<std::shared_ptr<Tag>> tags;
@@ -86,7 +87,7 @@ class ProtocolHandler final : public Orvik::DataSource::ProtocolHandler<Device, 
         return {};
     }
 
-    /// Writes the number as the push interface wants it, whatever its format in the file.
+    /// Writes the number as the steward receives it, whatever its format in the file.
     template <typename Number, typename... Format>
     static bool append(std::string& batch, const std::string& word, Format... format) {
         Number number{};

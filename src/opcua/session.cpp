@@ -4,7 +4,6 @@
 #include "orvik/free_memory.hpp"
 
 #include <algorithm>
-#include <cstdint>
 
 #include <open62541/plugin/eventloop.h>
 
@@ -17,14 +16,14 @@ using std::chrono::milliseconds;
 /// Longest wait for a server to confirm the end of a session.
 constexpr milliseconds closeTimeout{1000};
 
-struct State {
+struct ClientState {
     UA_SecureChannelState channel = UA_SECURECHANNELSTATE_CLOSED;
     UA_SessionState session = UA_SESSIONSTATE_CLOSED;
     UA_StatusCode status = UA_STATUSCODE_GOOD;
 };
 
-State stateOf(UA_Client& client) noexcept {
-    State state;
+ClientState stateOf(UA_Client& client) noexcept {
+    ClientState state;
     UA_Client_getState(&client, &state.channel, &state.session, &state.status);
     return state;
 }
@@ -81,7 +80,7 @@ bool stop(UA_EventLoop& loop) {
 }  // namespace
 
 /// The stack's own delete would wait for ever for a channel that it marked as closing and never
-/// closed, or for a loop that does not end. In that case leak the client instead.
+/// closed, or for a loop that does not end. In that case the client is leaked instead.
 void ClientDeleter::operator()(UA_Client* client) const noexcept {
     auto* config = UA_Client_getConfig(client);
     config->noReconnect = true;

@@ -9,7 +9,7 @@
 namespace PullappOpcUa {
 
 /**
- * What our client needs and no setting of the OPC UA stack offers.
+ * What our client needs and the OPC UA stack has no setting for.
  *
  * - The log does not wait for a reader. The stack's own logger waits for ever for somebody to read
  *   a full pipe, and every pull waits with it. Uses only the stack's interface; remove it when the

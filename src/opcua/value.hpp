@@ -23,14 +23,14 @@ namespace PullappOpcUa {
 [[nodiscard]] std::string wrongType(const Tag& tag, const UA_Variant& variant);
 
 /**
- * Appends a value as the push interface wants it.
+ * Appends a value as the steward receives it.
  *
  * @param variant a scalar
  * @return false, with nothing appended, if it does not have the tag's type or is a null string
  */
 [[nodiscard]] bool appendValue(std::string& text, const Tag& tag, const UA_Variant& variant);
 
-/// The same as a text of its own.
+/// The same, returned as a string; nothing where `appendValue` returns false.
 [[nodiscard]] std::optional<std::string> formatValue(const Tag& tag, const UA_Variant& variant);
 
 }  // namespace PullappOpcUa

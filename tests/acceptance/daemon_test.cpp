@@ -2,6 +2,7 @@
 // The daemon as built, between a steward that the test plays and a real OPC UA server, a process
 // that can be stopped, frozen and restarted.
 #include "support/daemon.hpp"
+
 #include "support/opcua_server.hpp"
 #include "support/scripted_peer.hpp"
 
@@ -120,7 +121,8 @@ TEST_F(DaemonTest, EndsWithoutASteward) {
     }
 }
 
-/// Also if the parent has blocked the signals, or none has a default action.
+/// Also if the parent process has blocked the signals. By exit, not by the default action, which
+/// process 1 of a container does not have.
 TEST_F(DaemonTest, ASecondSignalEndsAShutdownThatTheStewardHoldsUp) {
     sigset_t all;
     sigset_t before;
@@ -138,7 +140,7 @@ TEST_F(DaemonTest, ASecondSignalEndsAShutdownThatTheStewardHoldsUp) {
 
 TEST_F(DaemonTest, EndsWhileAHangingConnectHoldsUpTheNextDescription) {
 #ifdef __SANITIZE_THREAD__
-    constexpr int attempts = 200;  // it runs a handler only after the thread's wait for a lock
+    constexpr int attempts = 200;  // the sanitizer delays signals while a thread waits for a lock
 #else
     constexpr int attempts = 40;
 #endif

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/batch_decoder.hpp"
 
-#include "steward-simulator/value_check.hpp"
-
 #include "orvik/pushinterface/protocol.hpp"
+#include "steward-simulator/value_check.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -11,9 +10,7 @@
 namespace StewardSimulator {
 namespace {
 
-namespace MessageType = Orvik::PushInterface::MessageType;
-
-constexpr std::size_t longestErrorText = 255;
+using namespace Orvik::PushInterface;
 
 constexpr std::string_view devcPrefix = "DEVC ";
 
@@ -76,7 +73,7 @@ void BatchDecoder::takeNamedValue(std::string_view line) {
         equals == std::string_view::npos ? std::nullopt : decodeString(line.substr(equals + 1));
     if (name.empty() || !value) {
         handler_.onFault({line, "not a named value with its byte count"});
-    } else if (name == errorTagName && value->size() > longestErrorText) {
+    } else if (name == errorMessageName && value->size() > maxErrorMessageLength) {
         handler_.onFault({line, "error text of more than 255 bytes"});
     } else {
         handler_.onNamedValue(name, *value);

@@ -13,9 +13,6 @@
 
 namespace StewardSimulator {
 
-/// Named value with the device's current error; an empty text means none.
-inline constexpr std::string_view errorTagName = "__nimbara_error_msg__";
-
 /// A batch as received. The views are valid only during the call that passes it.
 struct Batch {
     std::size_t valueCount = 0;  ///< lines with a value, good ones only if they were checked
@@ -25,7 +22,7 @@ struct Batch {
     std::vector<std::string_view> values;  ///< by the position of their tags; empty where missing
 };
 
-/// Receives what a device says.
+/// Receives what a device sends.
 class DeviceHandler {
   public:
     DeviceHandler() = default;

@@ -2,6 +2,7 @@
 #include "steward-simulator/session.hpp"
 
 #include "common/text.hpp"
+#include "orvik/pushinterface/protocol.hpp"
 
 #include <utility>
 
@@ -30,7 +31,7 @@ Session::Session(boost::asio::ip::tcp::socket socket, const Service& service, st
       input_(readSize) {}
 
 void Session::start() {
-    tell("connected");
+    showEvent("connected");
     send("HELO steward-simulator");
     read();
 }
@@ -94,7 +95,7 @@ void Session::sendDescription() {
         adoptDescription(file->text(), file->findings().refusal);
         queue(std::string{infoPrefix} + file->text());
     } else {
-        tell("there is no --description to send");
+        showEvent("there is no --description to send");
     }
 }
 
@@ -103,10 +104,10 @@ void Session::adoptDescription(std::string_view json, std::string_view refusal) 
     const auto error = parseDescription(std::string{json}, description);
     service_.view.onRefusal(Refusal::Description, refusal);
     if (!error.empty()) {
-        return tell("sending a faulty description: " + std::string{refusal});
+        return showEvent("sending a faulty description: " + std::string{refusal});
     }
-    tell("sending a description of " + std::to_string(description->tags.size()) + " tags" +
-         (refusal.empty() ? "" : ", which a daemon refuses: " + std::string{refusal}));
+    showEvent("sending a description of " + std::to_string(description->tags.size()) + " tags" +
+              (refusal.empty() ? "" : ", which a daemon refuses: " + std::string{refusal}));
     decoder_.describe(description);
     service_.view.onDescription(description);
 }
@@ -115,13 +116,14 @@ void Session::close(std::string_view reason) {
     if (!isOpen()) {
         return;
     }
-    tell(decoder_.isIncomplete() ? std::string{reason} + ", within a line or a batch" : reason);
+    showEvent(decoder_.isIncomplete() ? std::string{reason} + ", within a line or a batch"
+                                      : reason);
     boost::system::error_code ignored;
     socket_.shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);
     socket_.close(ignored);
 }
 
-void Session::tell(std::string_view text) const {
+void Session::showEvent(std::string_view text) const {
     service_.view.onEvent(name_ + ": " + std::string{text});
 }
 
@@ -140,8 +142,8 @@ std::string Session::refusal(std::string_view identity) const {
 void Session::onDevc(std::string_view identity) {
     const auto reason = refusal(identity);
     isLoggedOn_ = reason.empty();
-    tell("log-on of " + Tools::escaped(identity.substr(0, identity.find(' ')), shownBytes) +
-         (isLoggedOn_ ? "" : " refused: " + reason));
+    showEvent("log-on of " + Tools::escaped(identity.substr(0, identity.find(' ')), shownBytes) +
+              (isLoggedOn_ ? "" : " refused: " + reason));
     service_.view.onRefusal(Refusal::LogOn, reason);
     send("DEVC " + (isLoggedOn_ ? "OK" : reason));
     if (isLoggedOn_) {
@@ -153,7 +155,7 @@ void Session::onInfoRequest() {
     if (isLoggedOn_) {
         sendDescription();
     } else {
-        tell("description requested before log-on");
+        showEvent("description requested before log-on");
         send("EROR not logged on");
     }
 }
@@ -163,12 +165,12 @@ void Session::onExit() {
 }
 
 void Session::onNamedValue(std::string_view name, std::string_view value) {
-    if (name == errorTagName) {
+    if (name == Orvik::PushInterface::errorMessageName) {
         service_.statistics.countError(value);
         service_.view.onError(value);
     } else {
-        tell("named value " + Tools::escaped(name, shownBytes) + ": " +
-             Tools::escaped(value, shownBytes));
+        showEvent("named value " + Tools::escaped(name, shownBytes) + ": " +
+                  Tools::escaped(value, shownBytes));
     }
 }
 
@@ -180,7 +182,7 @@ void Session::onBatch(const Batch& batch) {
 
 void Session::onFault(const Fault& fault) {
     service_.statistics.countFault(fault);
-    tell(describeFault(fault));
+    showEvent(describeFault(fault));
 }
 
 }  // namespace StewardSimulator

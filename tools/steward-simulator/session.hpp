@@ -55,7 +55,7 @@ class Session final : public std::enable_shared_from_this<Session>, private Devi
     void queue(std::string line);
     void adoptDescription(std::string_view json, std::string_view refusal);
     [[nodiscard]] std::string refusal(std::string_view identity) const;
-    void tell(std::string_view text) const;
+    void showEvent(std::string_view text) const;
 
     void onDevc(std::string_view identity) override;
     void onInfoRequest() override;

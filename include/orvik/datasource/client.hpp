@@ -51,7 +51,7 @@ class Client {
         const boost::lock_guard<boost::recursive_mutex> lock{mutex_};
         stop();
         const auto run = std::make_shared<Run>(settings_, handler, device, client);
-        // The run lives on with it: stopping a run that has ended by itself is harmless
+        // Keeps the run alive, so that a run that has ended by itself can still be stopped
         std::function<void()> stopRun = [run] { run->stop(); };
         worker_ = std::make_shared<boost::thread>([run] { run->work(); });
         stopRun_ = std::move(stopRun);

@@ -19,10 +19,10 @@ namespace Orvik::DataSource {
  * 1. Derive a tag from `PushInterface::Tag` with what its addresses hold, and a device from
  *    `PushInterface::Device` that offers `parseTag`, `addTag` and `parseDevice`, overrides
  *    `setProtocolOption`, and prepares what every pull needs.
- * 2. Derive a handler from this class. Connect in `connect` only, and let go of everything in
+ * 2. Derive a handler from this class. Connect in `connect` only, and release everything in
  *    `disconnect`: the data source reconnects after any failure.
  * 3. In `pullData`, write all values as one batch with `appendTagId` and one line per tag, or
- *    nothing at all if a value cannot be had.
+ *    nothing at all if a value is missing.
  * 4. Instantiate `PullApplication::Main` with them in a `main` of its own.
  */
 template <typename Device, typename Tag>
@@ -46,7 +46,7 @@ class ProtocolHandler {
     /// a failure `disconnect` is not called
     [[nodiscard]] virtual std::string connect(Device& device) = 0;
 
-    /// Closes the connection, also one that has broken underneath.
+    /// Closes the connection, also one that is already broken.
     virtual void disconnect(Device& device) = 0;
 
     /// Checks, once after each `connect`, that every tag can be read and converted to its type.

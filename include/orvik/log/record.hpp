@@ -24,7 +24,7 @@ struct Location {
 
 /**
  * One log statement: insert the text, and the destructor hands it to the current sink if the
- * level passes. The text is always built. Lives on the stack of the logging function only.
+ * level passes. The text is always built. For a single statement; not to be kept.
  *
  *     Log::Record{Log::info} << "Push interface server: " << text;
  */
@@ -46,8 +46,8 @@ class Record {
         }
     }
 
-    /// Takes whatever a stream takes. Text is appended directly: creating a stream is the dearest
-    /// part.
+    /// Takes whatever a stream takes. Text is appended directly, since creating a stream costs more
+    /// than all the rest.
     template <typename Value>
     Record& operator<<(const Value& value) {
         if constexpr (std::convertible_to<const Value&, std::string_view>) {

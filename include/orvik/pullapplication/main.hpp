@@ -151,7 +151,7 @@ class Main final : public PushInterface::ClientHandler {
         std::signal(SIGPIPE, SIG_IGN);
         boost::thread clientThread;  // declared first, so that it is destroyed after the loop
         boost::asio::io_context loop;
-        // Before the client thread exists: a description refused at once must find the wait
+        // Before the client thread exists: a refused description cancels this wait
         awaitSignal(loop);
         client_->setDevice(settings.deviceId, settings.deviceKey);
         client_->connect(settings.stewardHost, settings.stewardPort, reconnectDelay);
@@ -234,7 +234,7 @@ class Main final : public PushInterface::ClientHandler {
     void startLater(const std::shared_ptr<Device>& device, const char* error) noexcept {
         onClientError(std::string{"Exception during ClientHandler::onInfo: "} + error);
         PushInterface::pushErrorMessage(*client_, error);
-        // On the main thread, which has nothing else to do and ends before its data source
+        // On the main thread, whose loop ends before `source_` is stopped
         const auto timer = std::make_shared<boost::asio::steady_timer>(signals_->get_executor());
         timer->expires_after(startRetryDelay_);
         timer->async_wait(

@@ -77,7 +77,7 @@ class Client {
     void run() { state_->run(); }
 
   private:
-    std::shared_ptr<Detail::ClientState> state_;  // shared with a name look-up that is going on
+    std::shared_ptr<Detail::ClientState> state_;  // shared with a name look-up in progress
 };
 
 /// Publishes a value under a tag name. @param maxLength longest value in bytes; 0 means no limit
@@ -88,8 +88,7 @@ inline void pushNamedValue(Client& client, std::string_view name, std::string_vi
 
 /// Publishes the data source's current fault; empty clears it.
 inline void pushErrorMessage(Client& client, std::string_view message) {
-    constexpr std::size_t maxLength = 255;
-    pushNamedValue(client, "__nimbara_error_msg__", message, maxLength);
+    pushNamedValue(client, errorMessageName, message, maxErrorMessageLength);
 }
 
 }  // namespace Orvik::PushInterface

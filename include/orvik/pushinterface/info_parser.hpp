@@ -16,7 +16,7 @@
 
 namespace Orvik::PushInterface {
 
-/// A protocol's tag: default-made, then filled field by field.
+/// A protocol's tag: default-constructed, then filled field by field.
 template <typename T>
 concept DescribedTag = std::derived_from<T, Tag> && std::default_initializable<T>;
 

@@ -101,6 +101,10 @@ inline void appendTagId(std::string& batch, std::uint16_t id) {
     return line;
 }
 
+/// Name of the value that holds the device's current fault; empty for none.
+inline constexpr std::string_view errorMessageName = "__nimbara_error_msg__";
+inline constexpr std::size_t maxErrorMessageLength = 255;  ///< bytes; a longer text is cut
+
 /// Distinguishes a named value from a value batch.
 [[nodiscard]] constexpr bool isNamedValue(std::string_view message) noexcept {
     return message.starts_with('@');

@@ -24,7 +24,7 @@
 namespace Orvik::DataSource::Detail {
 
 /**
- * One run: connects, verifies the tags, pulls and pauses, over and over, until it is stopped.
+ * One run: connects, verifies the tags, then pulls and pauses repeatedly, until it is stopped.
  *
  * Each step posts the next one to the run's own event loop; the run ends when a step posts nothing
  * and no timer is pending. Everything but `stop` runs on the worker thread.
@@ -119,7 +119,7 @@ class Client {
     void doConnect() {
         Log::Record{Log::garrul, LogLocations::connect} << "doConnect()";
         if (stopRequested_) {
-            return;  // not connected; to connect could delay the stop for seconds
+            return;  // not connected; connecting could delay the stop for seconds
         }
         countDown(connectRetriesLeft_);
         pullsLeft_ = settings_.maxPullsPerConnection;

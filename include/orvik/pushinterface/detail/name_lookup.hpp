@@ -17,7 +17,7 @@ namespace Orvik::PushInterface::Detail {
  *
  * @param done called with an error code and the endpoints: at once where the host is an address,
  * else on that thread. Must own everything it uses.
- * @throws boost::thread_resource_error where no thread can be made
+ * @throws boost::thread_resource_error if no thread can be created
  */
 template <typename Done>
 void lookUp(std::string host, std::string port, Done done) {
