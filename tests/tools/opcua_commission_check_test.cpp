@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "description/problems.hpp"
-
 #include "opcua/device.hpp"
 #include "support/opcua_server.hpp"
 
@@ -62,9 +61,9 @@ TEST(DescriptionProblemsTest, TellsAllOfThemInTheirOrderWithPlaceAndCure) {
         {described(boolTag, R"("comment": {"tags": [1]}, "pullDelay": 0)"),
          {"note 1:50, /comment: \"comment\" is ignored", ""}},
         {described(boolTag, R"("pullDelay": 1, "pullDelay": 2, "port": "1")"),
-         {"1:66, /pullDelay: \"pullDelay\" stands twice, and this one is ignored; remove one of "
+         {"1:66, /pullDelay: \"pullDelay\" occurs twice, and this one is ignored; remove one of "
           "them",
-          "note 1:82, /port: \"port\" stands twice", ""}},
+          "note 1:82, /port: \"port\" occurs twice", ""}},
         {described(R"({"id": 1, "address": "ns=1;i=1", "type": "str", "maxStringLength": -1})"),
          {R"(2:58, tag 1 (id 1, ns=1;i=1), /tags/0/maxStringLength: "maxStringLength": -1 cannot )"
           R"(be read, so the texts are not cut; write "maxStringLength": a number from 0 to 4294967295)",

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: MIT
+#include "description/checks.hpp"
 #include "description/nearest.hpp"
-#include "description/parts.hpp"
 #include "opcua/tag.hpp"
 
 #include <algorithm>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <fmt/format.h>
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <boost/algorithm/string/trim.hpp>
+#include <fmt/format.h>
 
 namespace Tools {
 namespace {
@@ -45,8 +44,8 @@ std::string repaired(std::string part) {
     return lowerCase(part.substr(0, equals)) + part.substr(equals);
 }
 
-/// What is surprising about an address that the daemon accepts.
-std::string surprise(const Tag& tag) {
+/// How the daemon understands an address that it accepts, if that is not what it looks like.
+std::string unexpectedMeaning(const Tag& tag) {
     constexpr std::size_t guidPartSize = 2 + 36;
     if (tag.namespaceIndex > 0xffffU) {
         return fmt::format("the daemon takes namespace {} for it", tag.namespaceIndex & 0xffffU);
@@ -84,13 +83,13 @@ std::string adviceForAddress(const std::string& address) {
                     "\"ns=2;g=72962b91-fa75-4ae6-8d28-b404dc7daf63\"";
 }
 
-std::string surpriseOfAddress(const std::string& address) {
+std::string unexpectedMeaningOf(const std::string& address) {
     Tag tag;
     tag.address = address;
     if (!tag.parseAddress().empty()) {
         return {};
     }
-    const auto text = surprise(tag);
+    const auto text = unexpectedMeaning(tag);
     return text.empty() ? text : address + ": " + text;
 }
 

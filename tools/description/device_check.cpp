@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
+#include "description/checks.hpp"
 #include "description/nearest.hpp"
 #include "description/object_check.hpp"
-#include "description/parts.hpp"
 #include "opcua/device.hpp"
 
 #include <algorithm>
 #include <array>
 
-#include <fmt/format.h>
 #include <boost/asio/ip/address.hpp>
+#include <fmt/format.h>
 
 namespace Tools {
 namespace {
@@ -30,7 +30,7 @@ constexpr std::array<std::string_view, 3> authenticationTypes{"anonymous", "user
 
 void checkRequired(ObjectCheck& check) {
     for (;;) {
-        const auto text = daemonVerdict(check.cured({"tags", "protocolOptions"}),
+        const auto text = daemonVerdict(check.repaired({"tags", "protocolOptions"}),
                                         std::make_shared<PullappOpcUa::Device>());
         const auto form = std::ranges::find_if(requiredForms, [&](const KeyForm& candidate) {
             return text == fmt::format("Could not read {}", candidate.key);
@@ -114,7 +114,7 @@ void checkOptions(ProblemList& list, const Document& description, const Scope& d
                      optionAdvice(option));
         } else if (scope.object.find(option.key) != &option) {
             list.add(scope, &option,
-                     fmt::format("\"{}\" stands twice, and this one counts", option.key),
+                     fmt::format("\"{}\" occurs twice, and this one counts", option.key),
                      "remove one of them");
         }
     }

@@ -9,7 +9,8 @@
 
 namespace Tools {
 
-/// Letters to insert, remove, replace or swap with their neighbour to turn one text into the other.
+/// Number of letters to insert, remove, replace or swap with a neighbour to turn one text into the
+/// other.
 [[nodiscard]] std::size_t editDistance(std::string_view left, std::string_view right);
 
 /// ASCII letters in lower case.

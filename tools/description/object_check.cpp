@@ -24,8 +24,8 @@ std::string ObjectCheck::describe(const Member& member) const {
     return fmt::format("\"{}\": {}", member.key, shortened(member.range.of(description_.json), 40));
 }
 
-void ObjectCheck::cure(std::string_view key, std::string_view value) {
-    cures_.insert(cures_.begin(), fmt::format("\"{}\":{}", key, value));
+void ObjectCheck::repair(std::string_view key, std::string_view value) {
+    repairs_.insert(repairs_.begin(), fmt::format("\"{}\":{}", key, value));
 }
 
 const Member* ObjectCheck::member(std::string_view key) const {
@@ -36,16 +36,16 @@ const Member* ObjectCheck::member(std::string_view key) const {
 void ObjectCheck::reportUnreadable(const KeyForm& form, const std::string& text) {
     const auto* there = member(form.key);
     const auto* written = scope_.object.find(form.key);
-    const bool isCured = std::ranges::any_of(cures_, [&](const std::string& cure) {
-        return cure.starts_with(fmt::format("\"{}\":", form.key));
+    const bool isRepaired = std::ranges::any_of(repairs_, [&](const std::string& repair) {
+        return repair.starts_with(fmt::format("\"{}\":", form.key));
     });
-    if (there != nullptr && written == nullptr && !isCured) {
+    if (there != nullptr && written == nullptr && !isRepaired) {
         list_.add(scope_, there, text, writeInstead(form.key, *there));
-        cure(form.key, there->range.of(description_.json));
+        repair(form.key, there->range.of(description_.json));
         return;
     }
     list_.add(scope_, there, text, (there == nullptr ? "add " : "write ") + std::string{form.form});
-    cure(form.key, form.value);
+    repair(form.key, form.value);
 }
 
 bool ObjectCheck::reportMisspelt(std::string_view key, const std::string& consequence) {
@@ -59,8 +59,8 @@ bool ObjectCheck::reportMisspelt(std::string_view key, const std::string& conseq
     return true;
 }
 
-std::string ObjectCheck::cured(const std::vector<std::string_view>& leftOut) const {
-    auto members = cures_;
+std::string ObjectCheck::repaired(const std::vector<std::string_view>& leftOut) const {
+    auto members = repairs_;
     for (const auto& member : scope_.object.members) {
         if (std::ranges::find(leftOut, std::string_view{member.key}) == leftOut.end()) {
             const Range whole{member.keyRange.begin, member.range.end};

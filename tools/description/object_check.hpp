@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "description/key_check.hpp"
 #include "description/problem_list.hpp"
 
 #include <cstdint>
@@ -12,7 +13,7 @@
 
 #include <boost/property_tree/ptree.hpp>
 
-/// The parts of the search for problems of a description.
+/// How the checks find what the daemon cannot read.
 namespace Tools {
 
 /// What a key may hold.
@@ -63,20 +64,20 @@ class ObjectCheck {
     [[nodiscard]] const Member* member(std::string_view key) const;
 
     /// As JSON. @param leftOut keys that do not matter
-    [[nodiscard]] std::string cured(const std::vector<std::string_view>& leftOut = {}) const;
+    [[nodiscard]] std::string repaired(const std::vector<std::string_view>& leftOut = {}) const;
 
     [[nodiscard]] const Scope& scope() const noexcept { return scope_; }
 
   private:
     [[nodiscard]] std::string describe(const Member& member) const;
     [[nodiscard]] std::string writeInstead(std::string_view key, const Member& member) const;
-    void cure(std::string_view key, std::string_view value);
+    void repair(std::string_view key, std::string_view value);
 
     ProblemList& list_;
     const Document& description_;
     Scope scope_;
     Misspelt misspelt_;
-    std::vector<std::string> cures_;  // the last one first, because it overrides earlier ones
+    std::vector<std::string> repairs_;  // the last one first, because it overrides earlier ones
 };
 
 }  // namespace Tools

@@ -5,14 +5,13 @@
 #include "description/problems.hpp"
 
 #include <map>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-/// What the parts of the search for problems share.
+/// What all checks use.
 namespace Tools {
 
 /// An object of the description that is being looked at.
@@ -48,17 +47,5 @@ class ProblemList {
     std::vector<Problem> problems_;
     std::map<std::string, Note, std::less<>> notes_;
 };
-
-/// What an object of the description may hold.
-struct Keys {
-    std::vector<std::string_view> read;     ///< by the daemon, in this object
-    std::vector<std::string_view> ignored;  ///< known, but not read here
-};
-
-/// For a known key that is missing, the member that was most likely meant.
-using Misspelt = std::map<std::string_view, const Member*>;
-
-/// Reports keys that occur twice and keys that the daemon does not read, and finds misspelt ones.
-[[nodiscard]] Misspelt checkKeys(ProblemList& list, const Scope& scope, const Keys& keys);
 
 }  // namespace Tools

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "description/problems.hpp"
 
+#include "description/checks.hpp"
 #include "description/document.hpp"
-#include "description/parts.hpp"
 #include "description/problem_list.hpp"
 #include "opcua/device.hpp"
 #include "orvik/pushinterface/info_parser.hpp"
@@ -17,16 +17,16 @@ namespace {
 
 /// What is most likely wrong where the reader meets something unexpected.
 std::string syntaxAdvice(std::string_view text) {
-    const auto says = [text](std::string_view part) {
+    const auto contains = [text](std::string_view part) {
         return text.find(part) != std::string_view::npos;
     };
-    if (says("unexpected end of input") || says("empty input")) {
+    if (contains("unexpected end of input") || contains("empty input")) {
         return "close every quote, bracket and brace";
     }
-    if (says("unexpected '}'") || says("unexpected ']'")) {
+    if (contains("unexpected '}'") || contains("unexpected ']'")) {
         return "remove the comma before it, or add what is missing";
     }
-    if (says("; expected '}'") || says("; expected ']'")) {
+    if (contains("; expected '}'") || contains("; expected ']'")) {
         return "add a comma before it";
     }
     return {};

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "common/text.hpp"
+#include "description/checks.hpp"
 #include "description/nearest.hpp"
 #include "description/object_check.hpp"
-#include "description/parts.hpp"
 #include "description/tag_type.hpp"
 #include "opcua/device.hpp"
 
@@ -110,7 +110,8 @@ class TagCheck {
                       "write a tag as an object, in braces");
             return;
         }
-        for (auto left = 2 * forms.size(); !isAccepted && left > 0 && cureFirstProblem(); --left) {
+        for (auto left = 2 * forms.size(); !isAccepted && left > 0 && repairFirstProblem();
+             --left) {
         }
         check_.checkOptionalNumber<std::uint32_t>(lengthForm, "the texts are not cut");
         warnOfAddress();
@@ -119,9 +120,9 @@ class TagCheck {
 
   private:
     /// @return whether there may be another problem
-    bool cureFirstProblem() {
+    bool repairFirstProblem() {
         const auto text =
-            daemonVerdict(R"({"id":"","ipAddress":"","port":1,"tags":[)" + check_.cured() + "]}",
+            daemonVerdict(R"({"id":"","ipAddress":"","port":1,"tags":[)" + check_.repaired() + "]}",
                           std::make_shared<PullappOpcUa::Device>());
         const auto key = unreadableKey(text);
         if (key == "type info") {
@@ -175,7 +176,7 @@ class TagCheck {
         if (address == nullptr) {
             return;
         }
-        if (auto text = surpriseOfAddress(address->text); !text.empty()) {
+        if (auto text = unexpectedMeaningOf(address->text); !text.empty()) {
             list_.add(check_.scope(), address, std::move(text), "write the address that is meant");
         }
     }

@@ -12,7 +12,7 @@ namespace Tools {
 /// Name of a tag type, as the daemon's texts have it: "uint32", "double".
 [[nodiscard]] std::string_view typeName(Orvik::PushInterface::TagType type);
 
-/// What a description says for a tag of this type: `"type": "int", "signed": false, "width": 32`.
+/// The keys of a tag of this type in a description: `"type": "int", "signed": false, "width": 32`.
 [[nodiscard]] std::string typeKeys(Orvik::PushInterface::TagType type);
 
 /// The type that a name means elsewhere, for example in a PLC program: "UINT32", "LREAL".

@@ -5,7 +5,7 @@
 
 #include <string>
 
-/// The parts of the search for problems.
+/// The checks that `findProblems` consists of.
 namespace Tools {
 
 /// Problems of the device and its options.
@@ -19,6 +19,6 @@ void checkTags(ProblemList& list, const Document& description, bool isAccepted);
 
 /// How the daemon understands an address that it accepts, if that is not what it looks like.
 /// @return empty if there is nothing to say
-[[nodiscard]] std::string surpriseOfAddress(const std::string& address);
+[[nodiscard]] std::string unexpectedMeaningOf(const std::string& address);
 
 }  // namespace Tools
