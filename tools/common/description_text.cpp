@@ -26,7 +26,7 @@ std::string descriptionText(const Json& description) {
     const char* separator = "\n  ";
     for (const auto& [key, value] : description.items()) {
         text += std::exchange(separator, ",\n  ") + Json(key).dump() + ": ";
-        text += value.is_array() ? listText(value) : value.dump();
+        text += key == "tags" ? listText(value) : value.dump();
     }
     return text + "\n}\n";
 }

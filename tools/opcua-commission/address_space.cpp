@@ -13,9 +13,9 @@
 
 #include <fnmatch.h>
 
-#include <open62541/nodeids.h>
-
 #include <fmt/format.h>
+
+#include <open62541/nodeids.h>
 
 namespace OpcUaCommission {
 namespace {

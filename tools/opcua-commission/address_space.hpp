@@ -38,7 +38,7 @@ struct BrowseResult {
 void browse(Services& services, const BrowseSettings& settings, Progress& progress,
             BrowseResult& result);
 
-/// Whether the globs of the settings want a variable of that path. They are tried with the
+/// Whether a variable of that path passes the globs of the settings. They are tried with the
 /// namespaces of its names ("/2:Line/2:Speed") and without ("/Line/Speed").
 [[nodiscard]] bool isWanted(const BrowseSettings& settings, const std::string& path);
 

@@ -2,6 +2,7 @@
 #include "opcua-commission/browse_command.hpp"
 
 #include "common/command_line.hpp"
+#include "common/description_text.hpp"
 #include "common/file.hpp"
 #include "opcua-commission/address_space.hpp"
 #include "opcua-commission/connection.hpp"
@@ -66,9 +67,9 @@ bool readOptions(int argc, char** argv, Options& options) {
     addFormatOption(commandLine, format);
     commandLine
         .text("write-description", "FILE", options.file,
-              "write a description with a tag for each variable that can be pulled; a FILE that is "
-              "there is brought up to date: its tags keep their ids and settings, and it tells "
-              "the server and the log-in that the command line does not")
+              "write a description with a tag for each variable that can be pulled; an existing "
+              "FILE is updated: its tags keep their ids and settings, and it provides the server "
+              "and the log-in where the command line does not")
         .text("id", "ID", options.description.id, "device id in the description")
         .number("pull-delay", "MS", options.description.pullDelay, std::uint16_t{0}, mostOf16Bits,
                 "pull delay in the description; default: 1000")
@@ -113,7 +114,7 @@ class BrowseCommand {
     }
 
     ExitStatus run() {
-        const ImpatientEnd impatientEnd{[this] {
+        const InterruptWatchdog watchdog{[this] {
             printResult();
             std::fputs("interrupted\n", stderr);
             return problemsFound;
@@ -139,7 +140,7 @@ class BrowseCommand {
   private:
     void browseAll(Connection& connection) {
         Services services{connection};
-        readLimit_ = services.toldReadLimit();
+        readLimit_ = services.publishedReadLimit();
         browse(services, options_.browse, progress_, result_);
         const auto& read = description_.device->readRequest;
         for (std::size_t i = 0; i < read.nodesToReadSize; ++i) {
@@ -172,7 +173,7 @@ class BrowseCommand {
                    result_.nodes, result_.variables.size(), pullable, requests, taken.count());
     }
 
-    /// @return whether there is nothing that the user has to look at
+    /// @return whether there is nothing left for the user to do
     bool writeDescription() {
         const auto before = description_.json;
         const auto changes =
@@ -197,7 +198,7 @@ class BrowseCommand {
         if (isNew_ && description_.json.contains("protocolOptions")) {
             ::umask(077);  // a password is in it
         }
-        Tools::writeFile(options_.file, textOf(description_.json));
+        Tools::writeFile(options_.file, Tools::descriptionText(description_.json));
         fmt::print(stderr, "{}: {} tags, {} of them new\n", options_.file, tags, changes.added);
         return changes.problems.empty() && !isTooMany;
     }

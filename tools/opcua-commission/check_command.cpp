@@ -44,24 +44,25 @@ struct Options {
 bool readOptions(int argc, char** argv, Options& options) {
     Tools::CommandLine commandLine{
         "opcua-commission",
-        introductionOf("check FILE [OPTION]...",
-                       "Tells every problem of the description of a device at once: what is wrong "
-                       "in the file\nand what the daemon says to it; then connects as the daemon "
-                       "does, reads all tags and\ncompares them with the description. Host, port "
-                       "and log-in are those of the description.\n"),
+        introductionOf(
+            "check FILE [OPTION]...",
+            "Lists every problem of the description of a device at once: what is wrong "
+            "in the file\nand what the daemon says about it; then connects as the daemon "
+            "does, reads all tags\nand compares them with the description. Host, port "
+            "and log-in are those of the\ndescription.\n"),
         exitStatusText};
     std::string format;
     commandLine.operand("FILE", options.file);
     addServerOptions(commandLine, options.server);
-    commandLine.flag("offline", options.isOffline, "look at the file only")
+    commandLine.flag("offline", options.isOffline, "check the file only")
         .flag("suggest", options.suggests,
-              "for addresses that the server does not know, browse it for nodes that are like them")
+              "for addresses that the server does not know, browse it for similar ones")
         .text("fix", "FILE", options.fixedFile,
               "write the description to this file with the types that the server has; nothing "
               "else changes")
         .flag("watch", options.watches,
-              "read again and again, with the pull delay in between, and show the tags anew; "
-              "Ctrl-C ends");
+              "read repeatedly, with the pull delay in between, and show the new values; Ctrl-C "
+              "ends");
     addFormatOption(commandLine, format);
     if (!commandLine.read(argc, argv)) {
         return false;
@@ -69,7 +70,7 @@ bool readOptions(int argc, char** argv, Options& options) {
     options.format = toFormat(format);
     const bool needsServer = options.suggests || options.watches || !options.fixedFile.empty();
     if (options.isOffline && needsServer) {
-        throw UsageError{"--offline goes with none of --suggest, --fix and --watch"};
+        throw UsageError{"--offline cannot be combined with --suggest, --fix or --watch"};
     }
     if (options.watches && options.format != Format::Table) {
         throw UsageError{"--watch shows a table only"};
@@ -88,7 +89,7 @@ class CheckCommand {
         if (options_.isOffline || !isReadable) {
             return printReport();
         }
-        const ImpatientEnd impatientEnd{[this] { return printInterrupted(); }};
+        const InterruptWatchdog watchdog{[this] { return printInterrupted(); }};
         try {
             checkWithServer();
         } catch (const Interrupted&) {

@@ -6,7 +6,6 @@
 #include "opcua-commission/server_options.hpp"
 #include "opcua-commission/tag_check.hpp"
 
-#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -16,7 +15,7 @@ namespace OpcUaCommission {
 /// Existing nodes that an unknown address may stand for.
 struct Suggestion {
     std::string tag;                 ///< its name
-    std::vector<std::string> nodes;  ///< "ns=2;i=5 (/Line/Speed)", the likeliest first
+    std::vector<std::string> nodes;  ///< such as "ns=2;i=5  /Line/Speed  bool", the likeliest first
 };
 
 /// Everything that a check has found out.

@@ -4,7 +4,6 @@
 #include "common/file.hpp"
 #include "description/object_check.hpp"
 
-#include <algorithm>
 #include <numeric>
 
 #include <fmt/format.h>

@@ -10,16 +10,15 @@
 #include <fmt/format.h>
 
 namespace OpcUaCommission {
-
 namespace {
+
+using PullappOpcUa::AuthenticationType;
 
 /// Short, since there are no pauses: a session that a lost connection leaves behind should end
 /// soon.
 constexpr std::chrono::seconds sessionTimeout{15};
 
 }  // namespace
-
-using PullappOpcUa::AuthenticationType;
 
 std::string statusText(UA_StatusCode status) {
     const auto name = PullappOpcUa::statusCodeName(status);
@@ -41,7 +40,8 @@ void Connection::reopen() {
     auto status = open();
     while (status == UA_STATUSCODE_BADTOOMANYSESSIONS && !isInterrupted() &&
            std::chrono::steady_clock::now() < deadline) {
-        ImpatientEnd::await([] { std::this_thread::sleep_for(std::chrono::milliseconds{500}); });
+        InterruptWatchdog::await(
+            [] { std::this_thread::sleep_for(std::chrono::milliseconds{500}); });
         status = open();
     }
     check(status);
@@ -53,7 +53,7 @@ UA_StatusCode Connection::open() {
         settings.username = username_.c_str();
         settings.password = password_.c_str();
     }
-    return ImpatientEnd::await([&] { return session_.open(url_, settings); });
+    return InterruptWatchdog::await([&] { return session_.open(url_, settings); });
 }
 
 void Connection::check(UA_StatusCode status) const {
@@ -66,7 +66,7 @@ void Connection::check(UA_StatusCode status) const {
 }
 
 Connection::~Connection() {
-    ImpatientEnd::await([this] { session_.close(); });
+    InterruptWatchdog::await([this] { session_.close(); });
 }
 
 template <typename Call>
@@ -75,7 +75,7 @@ auto Connection::counted(Call call) {
         throw Interrupted{};
     }
     ++requests_;
-    auto response = ImpatientEnd::await(call);
+    auto response = InterruptWatchdog::await(call);
     if (isInterrupted()) {
         throw Interrupted{};
     }

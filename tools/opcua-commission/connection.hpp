@@ -18,7 +18,7 @@ class ServerError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The user wants to stop: print what there is.
+/// The user has interrupted the program: print what has been found.
 class Interrupted : public std::exception {
   public:
     [[nodiscard]] const char* what() const noexcept override { return "interrupted"; }
@@ -26,10 +26,10 @@ class Interrupted : public std::exception {
 
 using PullappOpcUa::BrowseNextResponse;
 using PullappOpcUa::BrowseResponse;
+using PullappOpcUa::ReadResponse;
+
 /// The daemon's name of a status, or the stack's where the daemon has none.
 [[nodiscard]] std::string statusText(UA_StatusCode status);
-
-using PullappOpcUa::ReadResponse;
 
 /// The daemon's session with a server, for requests of any kind. Every call ends: within 5 seconds
 /// if the server does not answer, at once after an interrupt.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-commission/csv.hpp"
 
-#include <fmt/format.h>
 #include <boost/algorithm/string/replace.hpp>
+#include <fmt/format.h>
 
 namespace OpcUaCommission {
 

@@ -4,7 +4,6 @@
 #include "common/file.hpp"
 #include "orvik/pushinterface/info_parser.hpp"
 
-#include <algorithm>
 #include <limits>
 #include <stdexcept>
 #include <unordered_set>
@@ -178,24 +177,6 @@ Description readDescription(const std::string& path) {
         throw std::runtime_error{path + ": it is no JSON with an array of tags"};
     }
     return description;
-}
-
-std::string textOf(const Json& description) {
-    std::string text;
-    for (const auto& [key, value] : description.items()) {
-        text += fmt::format("{}  {}: ", text.empty() ? "{\n" : ",\n", Json(key).dump());
-        if (key != "tags" || value.empty()) {
-            text += value.dump();
-            continue;
-        }
-        const char* separator = "[\n    ";
-        for (const auto& tag : value) {
-            text += separator + tag.dump();
-            separator = ",\n    ";
-        }
-        text += "\n  ]";
-    }
-    return text + "\n}\n";
 }
 
 DescriptionChanges update(Description& description, const DescriptionSettings& settings,

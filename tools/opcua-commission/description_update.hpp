@@ -24,9 +24,6 @@ struct Description {
 /// @throws std::runtime_error if the file cannot be read or the daemon would refuse it
 [[nodiscard]] Description readDescription(const std::string& path);
 
-/// The text of a description: one key a line, one tag a line.
-[[nodiscard]] std::string textOf(const nlohmann::ordered_json& description);
-
 /// What to write, as far as the command line says.
 struct DescriptionSettings {
     std::string id;

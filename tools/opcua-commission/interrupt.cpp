@@ -11,8 +11,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds lookInterval{50};
-constexpr milliseconds patience{500};
+constexpr milliseconds pollInterval{50};
+constexpr milliseconds gracePeriod{500};
 
 std::atomic<bool> interrupted = false;
 static_assert(std::atomic<bool>::is_always_lock_free);  // a signal handler may use no other
@@ -31,27 +31,27 @@ bool isInterrupted() noexcept {
     return interrupted;
 }
 
-std::mutex* ImpatientEnd::lock_ = nullptr;
+std::mutex* InterruptWatchdog::lock_ = nullptr;
 
-ImpatientEnd::ImpatientEnd(std::function<int()> finish) : finish_{std::move(finish)} {
+InterruptWatchdog::InterruptWatchdog(std::function<int()> finish) : finish_{std::move(finish)} {
     mutex_.lock();
     lock_ = &mutex_;
     watcher_ = std::thread{[this] { watch(); }};
 }
 
-ImpatientEnd::~ImpatientEnd() {
+InterruptWatchdog::~InterruptWatchdog() {
     lock_ = nullptr;
     isOver_ = true;
     mutex_.unlock();
     watcher_.join();
 }
 
-void ImpatientEnd::watch() {
+void InterruptWatchdog::watch() {
     while (!isOver_ && !interrupted) {
-        std::this_thread::sleep_for(lookInterval);
+        std::this_thread::sleep_for(pollInterval);
     }
-    for (milliseconds waited{0}; !isOver_ && waited < patience; waited += lookInterval) {
-        std::this_thread::sleep_for(lookInterval);
+    for (milliseconds waited{0}; !isOver_ && waited < gracePeriod; waited += pollInterval) {
+        std::this_thread::sleep_for(pollInterval);
     }
     const std::lock_guard lock{mutex_};
     if (!isOver_) {
@@ -59,13 +59,13 @@ void ImpatientEnd::watch() {
     }
 }
 
-ImpatientEnd::Unlocked::Unlocked() {
+InterruptWatchdog::Unlocked::Unlocked() {
     if (lock_ != nullptr) {
         lock_->unlock();
     }
 }
 
-ImpatientEnd::Unlocked::~Unlocked() {
+InterruptWatchdog::Unlocked::~Unlocked() {
     if (lock_ != nullptr) {
         lock_->lock();
     }

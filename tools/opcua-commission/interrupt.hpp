@@ -8,25 +8,25 @@
 
 namespace OpcUaCommission {
 
-/// From now on SIGINT, SIGTERM and SIGHUP only set a flag, and interrupt waits for the terminal.
+/// From now on SIGINT, SIGTERM and SIGHUP only set a flag, and interrupt reads from the terminal.
 void watchForInterrupt();
 
-/// Whether one of them came. Work stops then and prints what there is.
+/// Whether one of them came. Then work stops, and what has been found is printed.
 [[nodiscard]] bool isInterrupted() noexcept;
 
 /**
- * Ends the process soon after an interrupt, also while the server lets us wait for seconds.
+ * Ends the process soon after an interrupt, also during a call that waits seconds for the server.
  *
- * The creating thread holds a lock, except inside `await`. If it is still in there half a second
- * after an interrupt, another thread takes the lock, prints what there is and ends the process.
+ * The creating thread holds a lock, except inside `await`. If it is still there half a second after
+ * an interrupt, another thread takes the lock, prints what has been found and ends the process.
  */
-class ImpatientEnd {
+class InterruptWatchdog {
   public:
-    /// @param finish prints what there is; returns the exit status
-    explicit ImpatientEnd(std::function<int()> finish);
-    ~ImpatientEnd();
-    ImpatientEnd(const ImpatientEnd&) = delete;
-    ImpatientEnd& operator=(const ImpatientEnd&) = delete;
+    /// @param finish prints what has been found; returns the exit status
+    explicit InterruptWatchdog(std::function<int()> finish);
+    ~InterruptWatchdog();
+    InterruptWatchdog(const InterruptWatchdog&) = delete;
+    InterruptWatchdog& operator=(const InterruptWatchdog&) = delete;
 
     /// Calls what waits for the server.
     template <typename Call>

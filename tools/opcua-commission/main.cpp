@@ -21,19 +21,19 @@ using namespace OpcUaCommission;
 
 constexpr std::array subcommands{
     Subcommand{"browse", "list the variables of a server, write a description of them", runBrowse},
-    Subcommand{"check", "tell every problem of a description at once", runCheck},
+    Subcommand{"check", "list every problem of a description at once", runCheck},
 };
 
 void printHelp() {
     fmt::print(
         "Usage: opcua-commission SUBCOMMAND [OPTION]...\n\n"
-        "Helps to bring a device into operation: says what an OPC UA server offers and\n"
-        "what the daemon would make of it.\n\n"
+        "Helps to commission a device: shows what an OPC UA server offers and what the\n"
+        "daemon would do with it.\n\n"
         "Subcommands:\n");
     for (const auto& subcommand : subcommands) {
         fmt::print("  {:<8}  {}\n", subcommand.name, subcommand.summary);
     }
-    fmt::print("\nopcua-commission SUBCOMMAND --help tells its options.\n{}", exitStatusText);
+    fmt::print("\nopcua-commission SUBCOMMAND --help lists its options.\n{}", exitStatusText);
 }
 
 ExitStatus run(int argc, char** argv) {

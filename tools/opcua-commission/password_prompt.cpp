@@ -19,18 +19,18 @@ struct Closer {
 
 using Terminal = std::unique_ptr<std::FILE, Closer>;
 
-/// Switches the terminal's echo off while it lives.
-class Silence {
+/// Switches the terminal's echo off until it is destroyed.
+class NoEcho {
   public:
-    explicit Silence(int terminal) : terminal_{terminal} {
+    explicit NoEcho(int terminal) : terminal_{terminal} {
         ::tcgetattr(terminal_, &before_);
         auto silent = before_;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         ::tcsetattr(terminal_, TCSAFLUSH, &silent);
     }
-    ~Silence() { ::tcsetattr(terminal_, TCSAFLUSH, &before_); }
-    Silence(const Silence&) = delete;
-    Silence& operator=(const Silence&) = delete;
+    ~NoEcho() { ::tcsetattr(terminal_, TCSAFLUSH, &before_); }
+    NoEcho(const NoEcho&) = delete;
+    NoEcho& operator=(const NoEcho&) = delete;
 
   private:
     int terminal_;
@@ -59,7 +59,7 @@ std::string promptForPassword(const std::string& username) {
     std::fprintf(terminal.get(), "Password of %s: ", username.c_str());
     std::string password;
     {
-        const Silence silence{::fileno(terminal.get())};
+        const NoEcho noEcho{::fileno(terminal.get())};
         password = readLine(terminal.get());
     }
     std::fputs("\n", terminal.get());

@@ -5,7 +5,6 @@
 #include "opcua-commission/password_prompt.hpp"
 
 #include <memory>
-#include <string_view>
 
 #include <arpa/inet.h>
 #include <netdb.h>

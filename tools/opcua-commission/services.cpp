@@ -6,13 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <deque>
-#include <iterator>
 #include <unordered_set>
 #include <utility>
 
-#include <open62541/nodeids.h>
-
 #include <fmt/format.h>
+
+#include <open62541/nodeids.h>
 
 namespace OpcUaCommission {
 namespace {
@@ -23,7 +22,8 @@ constexpr std::size_t usualNodes = 100;
 /// Even where it allows more: an answer should come within the request time-out.
 constexpr std::size_t mostNodes = 1000;
 
-/// The references of a node never end: give up after this many answers in a row with nothing new.
+/// For references of a node that never end: give up after this many answers in a row with nothing
+/// new.
 constexpr int mostRepeatedAnswers = 100;
 
 bool isBad(UA_StatusCode status) {
@@ -43,13 +43,21 @@ ServerError notCarriedOut(std::string_view service, UA_StatusCode status) {
         fmt::format("the server does not carry out {}: {}", service, statusText(status))};
 }
 
-/// Of an answer that must hold one result for each thing asked.
+/// Status of an answer that must contain one result for each entry of the request.
 template <typename Response>
 UA_StatusCode statusOf(const Response& response, std::size_t asked) {
     const auto status = response->responseHeader.serviceResult;
     return status == UA_STATUSCODE_GOOD && response->resultsSize != asked
                ? UA_STATUSCODE_BADUNEXPECTEDERROR
                : status;
+}
+
+UA_BrowseNextRequest nextRequest(UA_ByteString* continuationPoints, std::size_t count) {
+    UA_BrowseNextRequest request;
+    UA_BrowseNextRequest_init(&request);
+    request.continuationPoints = continuationPoints;
+    request.continuationPointsSize = count;
+    return request;
 }
 
 /// The server has none left, or has given this one to another node.
@@ -70,11 +78,11 @@ struct Services::Continuation {
 
     /// After an answer that does not end the references.
     void count(const UA_BrowseResult& result) {
-        bool isNews = false;
+        bool hasNew = false;
         for (std::size_t i = 0; i < result.referencesSize; ++i) {
-            isNews |= seen.emplace(result.references[i].nodeId.nodeId).second;
+            hasNew |= seen.emplace(result.references[i].nodeId.nodeId).second;
         }
-        repeatedAnswers = isNews ? 0 : repeatedAnswers + 1;
+        repeatedAnswers = hasNew ? 0 : repeatedAnswers + 1;
     }
 };
 
@@ -114,7 +122,7 @@ void Services::takeLimits() {
             if (const auto limit = *static_cast<const UA_UInt32*>(value.value.data); limit != 0) {
                 *limits[i].second = std::min<std::size_t>(limit, mostNodes);
                 if (limits[i].second == &maxNodesPerRead_) {
-                    toldReadLimit_ = limit;
+                    publishedReadLimit_ = limit;
                 }
             }
         }
@@ -142,8 +150,8 @@ bool Services::canRetryWithFewer(std::string_view service, UA_StatusCode status,
 }
 
 void Services::read(const std::vector<UA_ReadValueId>& entries, const OnValue& onValue) {
-    std::size_t alone =
-        0;  // entries up to here are read one by one, to find what the stack refuses
+    // Entries up to here are read one by one, to find the one that the stack cannot decode
+    std::size_t alone = 0;
     for (std::size_t first = 0; first < entries.size();) {
         const auto count = first < alone ? 1 : std::min(maxNodesPerRead_, entries.size() - first);
         UA_ReadRequest request;
@@ -217,11 +225,7 @@ void Services::browseNext(Browsing& browsing) {
     for (std::size_t i = 0; i < count; ++i) {
         sent.push_back(*continuations[i].point);
     }
-    UA_BrowseNextRequest request;
-    UA_BrowseNextRequest_init(&request);
-    request.continuationPoints = sent.data();
-    request.continuationPointsSize = count;
-    const auto response = connection_.browseNext(request);
+    const auto response = connection_.browseNext(nextRequest(sent.data(), count));
     if (const auto status = statusOf(response, count); status != UA_STATUSCODE_GOOD) {
         if (!isTooMuch(status)) {  // a new session would not know the continuation points
             throw notCarriedOut("BrowseNext", status);
@@ -267,11 +271,8 @@ void Services::take(Browsing& browsing, Continuation from, const UA_BrowseResult
 
 /// Releases one that is not used up. All others end with the session.
 void Services::release(UA_ByteString continuationPoint) {
-    UA_BrowseNextRequest request;
-    UA_BrowseNextRequest_init(&request);
+    auto request = nextRequest(&continuationPoint, 1);
     request.releaseContinuationPoints = true;
-    request.continuationPoints = &continuationPoint;
-    request.continuationPointsSize = 1;
     static_cast<void>(connection_.browseNext(request));
 }
 

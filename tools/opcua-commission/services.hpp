@@ -17,15 +17,17 @@ namespace OpcUaCommission {
  * not publish its limits, a request has 100 nodes, and fewer where the server finds that too many.
  *
  * What the entries refer to must live until the call returns. All calls throw ServerError if the
- * server does not answer as it must, and Interrupted.
+ * server does not answer properly, and Interrupted.
  */
 class Services {
   public:
     /// Asks the server for its limits. The connection must outlive this object.
     explicit Services(Connection& connection);
 
-    /// How many nodes the server says it accepts in one Read; nothing if it does not say.
-    [[nodiscard]] std::optional<std::size_t> toldReadLimit() const { return toldReadLimit_; }
+    /// How many nodes the server accepts in one Read; nothing if it publishes no limit.
+    [[nodiscard]] std::optional<std::size_t> publishedReadLimit() const {
+        return publishedReadLimit_;
+    }
 
     /// Once for each entry, in their order. Without a value, the status says why.
     using OnValue = std::function<void(std::size_t entry, const UA_DataValue& value)>;
@@ -54,7 +56,7 @@ class Services {
     Connection& connection_;
     std::size_t maxNodesPerRead_;
     std::size_t maxNodesPerBrowse_;
-    std::optional<std::size_t> toldReadLimit_;
+    std::optional<std::size_t> publishedReadLimit_;
 };
 
 }  // namespace OpcUaCommission

@@ -13,7 +13,7 @@ namespace OpcUaCommission {
 
 using Orvik::PushInterface::TagType;
 
-/// The type of a tag for a scalar of a type of the stack; Unknown if the daemon takes none such.
+/// The type of a tag for a scalar of a type of the stack; Unknown if no tag has it.
 [[nodiscard]] TagType tagTypeFor(const UA_DataType* type);
 
 /// "int, signed, 32", "float, 64", "bool", "string".

@@ -13,7 +13,7 @@ using Tools::Member;
 using Tools::Object;
 using Tools::Range;
 
-bool tellsType(const Member& member) {
+bool isPartOfType(const Member& member) {
     return member.key == "type" || member.key == "signed" || member.key == "width";
 }
 
@@ -24,7 +24,7 @@ std::string withType(std::string_view json, const Object& tag, TagType type) {
     bool isTypeWritten = false;
     for (const auto& member : tag.members) {
         const auto gap = Range{end, member.keyRange.begin}.of(json);  // with its comma
-        if (!tellsType(member)) {
+        if (!isPartOfType(member)) {
             text += gap;
             text += Range{member.keyRange.begin, member.range.end}.of(json);
         } else if (!std::exchange(isTypeWritten, true)) {

@@ -7,9 +7,9 @@
 #include <optional>
 #include <utility>
 
-#include <open62541/nodeids.h>
-
 #include <fmt/format.h>
+
+#include <open62541/nodeids.h>
 
 namespace OpcUaCommission {
 namespace {
