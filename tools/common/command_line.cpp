@@ -4,12 +4,12 @@
 #include <iostream>
 #include <utility>
 
-#include <fmt/format.h>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <boost/program_options/cmdline.hpp>
 #include <boost/program_options/errors.hpp>
 #include <boost/program_options/parsers.hpp>
 #include <boost/program_options/variables_map.hpp>
+#include <fmt/format.h>
 
 namespace Tools {
 namespace {

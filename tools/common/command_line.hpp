@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <type_traits>

@@ -4,8 +4,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include <fmt/format.h>
 
 namespace Tools {

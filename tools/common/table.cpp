@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view gap = "  ";
 
-/// Gives each column the width it wants or, if that is too much, the same as the other wide ones.
+/// Gives each column its width or, if there is too little room, the same as the other wide ones.
 void shareOut(std::size_t room, std::vector<std::size_t*> widths) {
     std::ranges::sort(widths, {}, [](const std::size_t* width) { return *width; });
     auto waiting = widths.size();

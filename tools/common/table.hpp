@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <limits>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Tools {

@@ -6,8 +6,9 @@
 #include <cwchar>
 #include <vector>
 
-#include <fmt/format.h>
 #include <locale.h>  // newlocale
+
+#include <fmt/format.h>
 
 namespace Tools {
 namespace {
@@ -18,7 +19,7 @@ struct Glyph {
     std::size_t columns;
 };
 
-/// UTF-8 for the calling thread, whatever the environment says, until it is destroyed.
+/// Sets UTF-8 for the calling thread, whatever the environment says, until it is destroyed.
 class Utf8 {
   public:
     Utf8() : before_{::uselocale(locale())} {}
@@ -42,8 +43,8 @@ std::vector<Glyph> glyphsOf(std::string_view text) {
         wchar_t character = 0;
         std::mbstate_t state{};
         const auto length = std::mbrtowc(&character, text.data(), text.size(), &state);
-        const bool isWhole =
-            length != 0 && length <= text.size();  // otherwise an error, or a zero byte
+        // 0 stands for a zero byte, and huge numbers for errors
+        const bool isWhole = length != 0 && length <= text.size();
         const int width = isWhole ? ::wcwidth(character) : -1;
         const auto taken = isWhole ? length : 1;
         glyphs.push_back(width < 0 ? Glyph{".", 1}

@@ -5,7 +5,6 @@
 #include "opcua-simulator/require.hpp"
 
 #include <string>
-#include <string_view>
 
 namespace OpcUaSimulator {
 namespace {

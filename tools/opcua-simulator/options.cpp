@@ -14,9 +14,9 @@ using Tools::UsageError;
 
 constexpr auto introduction = R"(Usage: opcua-simulator --description=FILE|--tags=N [OPTION]...
 
-Serves the tags of a device description with values that move, or tags that it
-makes up, with the node ids ns=1;i=1 to ns=1;i=N, in folders of a hundred. The
-first line of the output names the address and port it listens on.
+Serves the tags of a device description, or made-up tags with the node ids
+ns=1;i=1 to ns=1;i=N, with changing values, in folders of a hundred. The first
+line of the output names the address and port on which it listens.
 
 Options)";
 
@@ -24,7 +24,7 @@ constexpr auto explanation = R"(
 Faults: bad-status, no-value, other-type, null-string, array, long-text.
 
 Commands, one per line of the standard input:
-  fault KIND NODEID SECONDS   put a fault into effect now; 0 for good
+  fault KIND NODEID SECONDS   put a fault into effect now; 0: permanently
   silence SECONDS             answer nothing for a while
   stats                       print what was served so far
 
@@ -43,7 +43,7 @@ Tools::CommandLine describe(Options& options, std::vector<std::string>& faults) 
         .number("tags", "N", options.tags, one, most,
                 "serve N tags: int, float, double, bool and string in turn")
         .text("write-description", "FILE", options.writeDescription,
-              "write the description that fits this server, with its address, port and log-in")
+              "write a description that matches this server, with its address, port and log-in")
         .text("device-id", "ID", options.deviceId,
               "device id in a written description that has none; default: 0123456789AB")
         .number("pull-delay", "MS", options.pullDelay, none, most,
@@ -53,12 +53,12 @@ Tools::CommandLine describe(Options& options, std::vector<std::string>& faults) 
                 "listen on this port; default: 0, one that the system chooses")
         .text("port-file", "FILE", options.portFile, "write the port to this file too")
         .text("user", "NAME", options.user,
-              "let in this user only; default: everybody, without log-in")
+              "allow this user only; default: everybody, without log-in")
         .text("password", "TEXT", options.password, "the user's password")
         .text("advertise", "HOST", options.advertise,
               "name this host, no longer than the address, in the endpoints instead of it")
         .number("max-sessions", "N", options.maxSessions, one, most,
-                "refuse more sessions; default: 1000")
+                "refuse sessions beyond this number; default: 1000")
         .number("session-timeout", "S", options.sessionTimeout, one, most,
                 "let sessions live at most S seconds without a request; default: 3600")
         .number("channel-lifetime", "S", options.channelLifetime, one, most,
@@ -74,7 +74,7 @@ Tools::CommandLine describe(Options& options, std::vector<std::string>& faults) 
                "KIND@NODEID: always; KIND:EVERY:FOR@NODEID: every so many seconds, for so many; "
                "may be given more than once")
         .flag("verbose", options.verbose,
-              "print the notes of the OPC UA stack to the standard error");
+              "print the messages of the OPC UA library to the standard error");
     return line;
 }
 

@@ -9,7 +9,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
-#include <utility>
 
 #include <poll.h>
 

@@ -127,8 +127,8 @@ UA_StatusCode Variable::refer(UA_DataValue& result, const void* data, const UA_D
 }
 
 const UA_DataType& Variable::dataType() const noexcept {
-    return *PullappOpcUa::dataTypeOf(
-        tag_->tagType);  // the tag comes from a description, so it has a type
+    // The tag comes from a description that was accepted, so it has a type
+    return *PullappOpcUa::dataTypeOf(tag_->tagType);
 }
 
 }  // namespace OpcUaSimulator

@@ -3,10 +3,10 @@
 
 #include "steward-simulator/descriptor.hpp"
 
-#include <unistd.h>
-
 #include <cstddef>
 #include <utility>
+
+#include <unistd.h>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/read_until.hpp>

@@ -1,17 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/description_file.hpp"
 
-#include <sys/stat.h>
 #include "common/file.hpp"
 
 #include <chrono>
 #include <exception>
 #include <utility>
 
+#include <sys/stat.h>
+
 namespace StewardSimulator {
 namespace {
 
-constexpr std::chrono::milliseconds lookInterval{200};
+constexpr std::chrono::milliseconds pollInterval{200};
 
 }  // namespace
 
@@ -32,18 +33,18 @@ std::string DescriptionFile::load() {
 }
 
 void DescriptionFile::watch() {
-    timer_.expires_after(lookInterval);
+    timer_.expires_after(pollInterval);
     timer_.async_wait([this](const boost::system::error_code& error) {
         if (!error) {
-            look();
+            poll();
             watch();
         }
     });
 }
 
-void DescriptionFile::look() {
+void DescriptionFile::poll() {
     const auto now = stamp();
-    // One that has just changed may still be being written.
+    // A file that has just changed may not be complete yet: wait until it stays the same
     if (now != loaded_ && now == std::exchange(seen_, now)) {
         const auto before = text_;
         const auto error = load();

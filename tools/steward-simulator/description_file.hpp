@@ -39,7 +39,7 @@ class DescriptionFile {
     using Stamp = std::optional<std::tuple<long long, long long, long long, long long, long long>>;
 
     [[nodiscard]] Stamp stamp() const;
-    void look();
+    void poll();
 
     boost::asio::steady_timer timer_;
     const std::string path_;

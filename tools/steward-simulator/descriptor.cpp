@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/descriptor.hpp"
 
+#include <string>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <string>
 
 namespace StewardSimulator {
 namespace {
@@ -17,7 +17,7 @@ bool isFile(int number) {
     return ::fstat(number, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-int openAnew(int number) {
+int reopen(int number) {
     const auto path = "/proc/self/fd/" + std::to_string(number);
     const int access = number == STDIN_FILENO ? O_RDONLY : O_WRONLY;
     return ::open(path.c_str(), access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -35,7 +35,7 @@ void occupyStandardStreams() {
 
 boost::asio::posix::stream_descriptor standardStream(boost::asio::io_context& context, int number) {
     boost::asio::posix::stream_descriptor stream{context};
-    int descriptor = isFile(number) ? -1 : openAnew(number);
+    int descriptor = isFile(number) ? -1 : reopen(number);
     if (descriptor < 0) {
         descriptor = ::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     }

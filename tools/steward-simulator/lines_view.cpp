@@ -5,7 +5,6 @@
 #include "steward-simulator/time_of_day.hpp"
 
 #include <algorithm>
-#include <utility>
 
 #include <fmt/format.h>
 

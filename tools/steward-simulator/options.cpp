@@ -3,9 +3,9 @@
 
 #include "common/command_line.hpp"
 
-#include <unistd.h>
-
 #include <limits>
+
+#include <unistd.h>
 
 #include <boost/asio/ip/address.hpp>
 
@@ -18,7 +18,7 @@ constexpr auto introduction = R"(Usage: steward-simulator [OPTION]...
 
 Takes the place of the steward on this machine: a device daemon logs on, receives
 its description and sends its values, which are checked and shown. The first line
-of the output names the address and port it listens on.
+of the output names the address and port on which it listens.
 
 Options)";
 
@@ -65,8 +65,8 @@ Tools::CommandLine describe(Options& options, Texts& texts) {
               "serve this device description (JSON), and announce it with IFCH when the file "
               "changes")
         .text("view", "VIEW", texts.view,
-              "table: live table for a terminal; lines: a line per batch and event; none: take in "
-              "as fast as possible, counting batches, values and bytes, checking no value; "
+              "table: live table for a terminal; lines: a line per batch and event; none: receive "
+              "as fast as possible, count batches, values and bytes, and check no value; "
               "default: table if the output is a terminal, else lines")
         .flag("quiet", texts.isQuiet, "the same as --view=none")
         .number("batches", "N", options.batches, std::uint64_t{1},

@@ -3,10 +3,10 @@
 
 #include "steward-simulator/descriptor.hpp"
 
-#include <unistd.h>
-
 #include <chrono>
 #include <utility>
+
+#include <unistd.h>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/write.hpp>

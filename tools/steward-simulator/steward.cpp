@@ -127,7 +127,7 @@ void Steward::onAccepted(const boost::system::error_code& error, tcp::socket soc
     if (isStopping_) {
         return;
     }
-    if (error) {  // such as too many open files: an immediate retry would spin
+    if (error) {  // such as too many open files: an immediate retry would keep the processor busy
         view_->onEvent("cannot accept a connection: " + error.message());
         acceptDelay_.expires_after(acceptRetryDelay);
         acceptDelay_.async_wait([this](const boost::system::error_code&) { accept(); });

@@ -66,7 +66,7 @@ std::string TableView::finish() {
 void TableView::tick() {
     measureRate(Clock::now());
     if (output_.isIdle()) {
-        draw();  // otherwise the terminal lags behind; skip this picture
+        draw();  // otherwise the terminal is too slow: skip this picture
     }
     timer_.expires_after(redrawInterval);
     timer_.async_wait([this](const boost::system::error_code& error) {
