@@ -1,16 +1,10 @@
 // SPDX-License-Identifier: MIT
+// What is said on a connection: log-on, messages, batches, and a server that does not read.
 #include "orvik/pushinterface/client.hpp"
 
-#include "support/recording_client_handler.hpp"
-#include "support/scripted_peer.hpp"
-#include "support/system_calls.hpp"
+#include "support/running_client.hpp"
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstdint>
-#include <cstdlib>
-#include <functional>
 #include <future>
 #include <stdexcept>
 #include <string>
@@ -25,75 +19,11 @@ namespace {
 using namespace Orvik::PushInterface;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
-using TestSupport::RecordingClientHandler;
-using TestSupport::ScriptedPeer;
-using TestSupport::UnansweringPeer;
-namespace System = TestSupport::System;
+using TestSupport::ClientTest;
+using TestSupport::RunningClient;
 using Events = std::vector<std::string>;
-
-/// A client on its own thread; logs off and waits for the thread at the end.
-class RunningClient {
-  public:
-    explicit RunningClient(ClientHandler* handler) : client_{handler, 1ms} {}
-    ~RunningClient() {
-        if (thread_.valid()) {
-            client_.disconnect();
-            if (!ends()) {
-                ADD_FAILURE() << "the client does not end";
-                std::abort();  // the future would wait for ever
-            }
-        }
-    }
-    Client* operator->() { return &client_; }
-    Client& operator*() { return client_; }
-
-    void connect(std::uint16_t port, int delay = 0, const std::string& host = "127.0.0.1") {
-        client_.connect(host, port, delay);
-        thread_ = std::async(std::launch::async, [this] { client_.run(); });
-    }
-    [[nodiscard]] bool ends(std::chrono::milliseconds limit = 20s) {
-        return thread_.wait_for(limit) == std::future_status::ready;
-    }
-
-  private:
-    Client client_;
-    std::future<void> thread_;
-};
-
-class ClientTest : public testing::Test {
-  protected:
-    TestSupport::PeerConnection connect(int delay = 0) {
-        client.connect(peer.port(), delay);
-        auto connection = peer.accept();
-        EXPECT_TRUE(handler.await("onConnected"));
-        return connection;
-    }
-
-    /// Greeted and identified; the answer to DEVC is still due.
-    TestSupport::PeerConnection logOn(int delay = 0) {
-        client->setDevice("id", "key");
-        auto connection = connect(delay);
-        connection.send("HELO\n");
-        EXPECT_EQ("DEVC id key", connection.readLine());
-        EXPECT_TRUE(handler.await("onWrite: DEVC id key\n"));
-        return connection;
-    }
-
-    void logOff(TestSupport::PeerConnection& connection) {
-        client->disconnect();
-        EXPECT_TRUE(connection.awaitLine("EXIT"));
-        connection.close();
-        EXPECT_TRUE(client.ends());
-    }
-
-    ScriptedPeer peer;
-    RecordingClientHandler handler;
-    RunningClient client{&handler};
-};
 
 TEST_F(ClientTest, LogsOnAndNotifiesInOrder) {
     client->setDevice("id", "key");
@@ -219,72 +149,6 @@ TEST_F(ClientTest, ReportsWhatHandlersThrow) {
     EXPECT_TRUE(handler.await("onClientError: Exception during ClientHandler::onDisconnected: x"));
 }
 
-// Failures
-
-TEST_F(ClientTest, StaysIdleAfterAFailedLookUp) {
-    client.connect(1, 1, "none.test");
-    EXPECT_TRUE(client.ends());  // no reconnect, though a delay is set
-    EXPECT_THAT(handler.events(), ElementsAre("onClientError: Address resolve error"));
-}
-
-TEST_F(ClientTest, TriesTheNextAddressSilently) {
-    client.connect(peer.port(), 0, "two.test");
-    auto connection = peer.accept();
-    ASSERT_TRUE(handler.await("onConnected"));
-    logOff(connection);
-    EXPECT_THAT(handler.events(), ElementsAre("onConnected", "onWrite: EXIT\n", "onDisconnected"));
-}
-
-TEST_F(ClientTest, TriesAgainWhenNoThreadCanLookUp) {
-    auto first = logOn();
-    System::setThreadStack(System::impossibleStack);
-    client->connect("two.test", peer.port(), 1);
-    ASSERT_TRUE(handler.await("onReconnecting: connecting failed"));
-    System::setThreadStack(8 << 20);
-    auto second = peer.accept();
-    EXPECT_THAT(handler.events(), AllOf(Contains("onClientError: Could not connect to server"),
-                                        Not(Contains("onClientError: Address resolve error"))));
-    client->disconnect();
-    first.close();
-    second.close();
-}
-
-TEST_F(ClientTest, ReconnectsAfterTheDelayAndLogsOnAnew) {
-    auto first = logOn(100);
-    const auto port = peer.port();
-    { const auto gone = std::move(peer); }
-    System::nextConnectIsToItself = true;  // fails like the others and frees the port
-    const auto begin = std::chrono::steady_clock::now();
-    first.reset();
-    EXPECT_THAT(handler.next(6), ElementsAre("onDisconnected", "onReconnecting: auto reconnect",
-                                             "onClientError: Could not connect to server",
-                                             "onReconnecting: connecting failed",
-                                             "onClientError: Could not connect to server",
-                                             "onReconnecting: connecting failed"));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
-    peer = ScriptedPeer{port};
-    auto second = peer.accept();
-    second.send("HELO\n");
-    EXPECT_EQ("DEVC id key", second.readLine());
-    logOff(second);
-}
-
-TEST_F(ClientTest, NoticesAHostThatVanishes) {
-    auto connection = logOn();
-    const int settings[][3] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
-                               {IPPROTO_TCP, TCP_KEEPIDLE, 60},
-                               {IPPROTO_TCP, TCP_KEEPINTVL, 10},
-                               {IPPROTO_TCP, TCP_KEEPCNT, 6},
-                               {IPPROTO_TCP, TCP_USER_TIMEOUT, 120'000}};
-    for (const auto& [level, option, expected] : settings) {
-        int value = 0;
-        socklen_t size = sizeof value;
-        EXPECT_EQ(0, getsockopt(System::clientSocket, level, option, &value, &size));
-        EXPECT_EQ(expected, value) << option;
-    }
-    logOff(connection);
-}
-
 TEST_F(ClientTest, RefusesToWriteAfterLogOff) {
     auto connection = logOn();
     client->disconnect();
@@ -294,24 +158,45 @@ TEST_F(ClientTest, RefusesToWriteAfterLogOff) {
     EXPECT_EQ("EXIT", connection.readLine());
 }
 
-TEST_F(ClientTest, AFailedSendEndsTheConnection) {
+TEST_F(ClientTest, ReadsLinesHoweverTheyArrive) {
     auto connection = logOn();
-    const std::function<int()> interrupt = [] { return EINTR; };
-    System::nextSend = &interrupt;
-    client->write("interrupted");
-    EXPECT_EQ("interrupted", connection.readLine());
-    const std::function<int()> fail = [&] {
-        client->write("never");
-        return ENOBUFS;
-    };
-    System::nextSend = &fail;
-    client->write("lost");
-    EXPECT_EQ("<closed>", connection.readLine());
-    EXPECT_TRUE(client.ends());
-    EXPECT_THAT(handler.next(3), ElementsAre("onWrite: interrupted\n",
-                                             "onClientError: Write failed - socket error: 'lost\n'",
-                                             "onDisconnected"));
-    EXPECT_EQ("onDisconnected", handler.events().back());
+    connection.sendByteByByte("EROR byte by byte\n");
+    EXPECT_TRUE(handler.await("onEror: byte by byte"));
+    connection.send("EROR two\nEROR lines\nEROR in one");
+    EXPECT_TRUE(handler.await("onEror: lines"));
+    connection.send(" packet\n");
+    EXPECT_TRUE(handler.await("onEror: in one packet"));
+    std::string lines = "INFO " + large + "\n";
+    for (int i = 0; i < 1000; ++i) {
+        lines += "RTCH 1\n";
+    }
+    connection.send(lines);
+    EXPECT_TRUE(handler.await("onRtch: on", 1000));
+    EXPECT_THAT(handler.events(), Contains("onInfo: " + large));
+}
+
+TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
+    auto connection = logOn();
+    constexpr int lines = 500;
+    std::vector<std::future<void>> writers;
+    for (const std::string name : {"a", "b"}) {
+        writers.push_back(std::async(std::launch::async, [this, name] {
+            for (int i = 0; i < lines; ++i) {
+                client->write(name + std::to_string(i) + std::string(1000, name[0]));
+            }
+        }));
+    }
+    int next[2] = {0, 0};
+    for (int i = 0; i < 2 * lines; ++i) {
+        const auto line = connection.readLine();
+        auto& number = next[line[0] - 'a'];
+        ASSERT_EQ(line[0] + std::to_string(number++) + std::string(1000, line[0]), line);
+    }
+    client->write(large + '\n');
+    EXPECT_TRUE(large == connection.readLine());
+    EXPECT_EQ("", connection.readLine());  // the line feed of the batch itself
+    pushErrorMessage(*client, std::string(300, 'e'));
+    EXPECT_EQ("@__nimbara_error_msg__=255," + std::string(255, 'e'), connection.readLine());
 }
 
 // A server that does not read
@@ -322,8 +207,6 @@ const std::string lossBegins =
 std::string lossEnds(const std::string& what) {
     return "onClientError: Dropped " + what + " because the server did not read";
 }
-
-const std::string large(12 << 20, '7');  // more than the system buffers
 
 /// A line counts with the memory it occupies.
 std::string inMemory(std::size_t bytes, std::string line) {
@@ -391,150 +274,6 @@ TEST_F(ClientTest, ReportsALossAtTheEndOfItsConnection) {
     client->disconnect();
     EXPECT_TRUE(handler.await(lossEnds("1 value batch"), 2));
     second.reset();
-}
-
-// Ending in every state
-
-TEST_F(ClientTest, EndsWhileLookingUpAName) {
-    {
-        RunningClient looking{&handler};
-        looking.connect(peer.port(), 1, "slow.test");
-        ASSERT_TRUE(System::slowLookUpBegun.try_acquire_for(20s));
-    }
-    System::slowLookUpMayEnd.release();  // the look-up then destroys the client's state
-    ASSERT_TRUE(System::slowLookUpEnded.try_acquire_for(20s));
-    EXPECT_TRUE(handler.events().empty());
-}
-
-TEST_F(ClientTest, EndsWhileConnecting) {
-    const UnansweringPeer unanswering;
-    client.connect(unanswering.port(), 1);
-    client->write("x");
-    const auto refused = "onClientError: Cannot write without an active connection";
-    ASSERT_TRUE(handler.await(refused));  // reported in order, so the attempt has begun
-    client->disconnect();
-    EXPECT_TRUE(client.ends());
-    EXPECT_THAT(handler.events(), ElementsAre(refused));
-}
-
-TEST_F(ClientTest, EndsAfterALoss) {
-    for (const int delay : {0, -1, 1'000'000'000}) {
-        RunningClient once{&handler};
-        once.connect(peer.port(), delay);
-        auto connection = peer.accept();
-        connection.send("cut in mid-li");
-        connection.close();
-        if (delay > 0) {
-            ASSERT_TRUE(handler.await("onDisconnected", 3));
-            once->disconnect();
-        }
-        EXPECT_TRUE(once.ends());
-        EXPECT_EQ("onDisconnected", handler.events().back());
-    }
-}
-
-TEST_F(ClientTest, ALostConnectionWithLinesToWriteIsClosed) {
-    auto lost = logOn(1);
-    client->write(large);
-    lost.shutdownSending();
-    auto next = peer.accept();
-    EXPECT_EQ("<closed>", lost.readLine());  // once the next one is connected
-    ASSERT_TRUE(handler.await("onConnected", 2));
-    client->write(large);
-    { const auto gone = std::move(peer); }
-    next.shutdownSending();
-    ASSERT_TRUE(handler.await("onDisconnected", 2));
-    client->disconnect();
-    EXPECT_TRUE(client.ends());
-}
-
-TEST_F(ClientTest, AnAbandonedAttemptNeverBecomesTheConnection) {
-    client.connect(peer.port(), 0, "slow.test");
-    ASSERT_TRUE(System::slowLookUpBegun.try_acquire_for(20s));
-    const ScriptedPeer other;
-    client->connect("127.0.0.1", other.port(), 0);
-    auto connection = other.accept();
-    ASSERT_TRUE(handler.await("onConnected"));
-    System::slowLookUpMayEnd.release();
-    ASSERT_TRUE(System::slowLookUpEnded.try_acquire_for(20s));
-    EXPECT_FALSE(peer.hasConnection(50ms));  // the result comes too late
-    logOff(connection);
-}
-
-TEST_F(ClientTest, AReplacedConnectionIsLeftForTheServerToClose) {
-    handler.during = [this](const std::string& operation) {
-        if (operation == "onDisconnected") {
-            client->write("lost");
-        }
-    };
-    const auto replace = [this](int connections) {
-        client->connect("127.0.0.1", peer.port(), 1);
-        auto connection = peer.accept();
-        EXPECT_TRUE(handler.await("onConnected", connections));
-        return connection;
-    };
-    auto first = logOn(1);
-    auto second = replace(2);
-    EXPECT_EQ("EXIT", first.readLine());
-    first.close();  // deliberately counts as the loss of the second
-    EXPECT_TRUE(handler.await("onClientError: Cannot write without an active connection"));
-    ASSERT_TRUE(handler.await("onReconnecting: auto reconnect"));
-    auto third = peer.accept();
-    ASSERT_TRUE(handler.await("onConnected", 3));
-
-    auto fourth = replace(4);
-    EXPECT_EQ("<closed>", second.readLine());  // by the client; the fourth is not lost
-    EXPECT_EQ("EXIT", third.readLine());
-    EXPECT_THAT(handler.events(), Contains("onDisconnected").Times(1));
-    client->disconnect();
-    EXPECT_EQ("EXIT", fourth.readLine());
-    EXPECT_FALSE(third.hasData(0ms));
-    third.close();
-    fourth.close();
-    EXPECT_TRUE(client.ends());
-}
-
-// Reading and writing
-
-TEST_F(ClientTest, ReadsLinesHoweverTheyArrive) {
-    auto connection = logOn();
-    connection.sendByteByByte("EROR byte by byte\n");
-    EXPECT_TRUE(handler.await("onEror: byte by byte"));
-    connection.send("EROR two\nEROR lines\nEROR in one");
-    EXPECT_TRUE(handler.await("onEror: lines"));
-    connection.send(" packet\n");
-    EXPECT_TRUE(handler.await("onEror: in one packet"));
-    std::string lines = "INFO " + large + "\n";
-    for (int i = 0; i < 1000; ++i) {
-        lines += "RTCH 1\n";
-    }
-    connection.send(lines);
-    EXPECT_TRUE(handler.await("onRtch: on", 1000));
-    EXPECT_THAT(handler.events(), Contains("onInfo: " + large));
-}
-
-TEST_F(ClientTest, WritesLinesWholeAndInTheOrderOfEachThread) {
-    auto connection = logOn();
-    constexpr int lines = 500;
-    std::vector<std::future<void>> writers;
-    for (const std::string name : {"a", "b"}) {
-        writers.push_back(std::async(std::launch::async, [this, name] {
-            for (int i = 0; i < lines; ++i) {
-                client->write(name + std::to_string(i) + std::string(1000, name[0]));
-            }
-        }));
-    }
-    int next[2] = {0, 0};
-    for (int i = 0; i < 2 * lines; ++i) {
-        const auto line = connection.readLine();
-        auto& number = next[line[0] - 'a'];
-        ASSERT_EQ(line[0] + std::to_string(number++) + std::string(1000, line[0]), line);
-    }
-    client->write(large + '\n');
-    EXPECT_TRUE(large == connection.readLine());
-    EXPECT_EQ("", connection.readLine());  // the line feed of the batch itself
-    pushErrorMessage(*client, std::string(300, 'e'));
-    EXPECT_EQ("@__nimbara_error_msg__=255," + std::string(255, 'e'), connection.readLine());
 }
 
 }  // namespace
