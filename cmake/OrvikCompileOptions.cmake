@@ -9,7 +9,7 @@ if(ORVIK_SANITIZERS)
   add_compile_options(-fsanitize=${ORVIK_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ORVIK_SANITIZERS})
   if(ORVIK_SANITIZERS MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    add_compile_options(-Wno-tsan) # Asio's fences are not what its synchronisation rests on
+    add_compile_options(-Wno-tsan) # it warns of Asio's fences, which are not needed for synchronisation
   endif()
 endif()
 

@@ -44,6 +44,6 @@ opcua-commission lists what an OPC UA server offers and writes the description
 of a device with it. steward-simulator takes the place of the
 steward that pullapp-opc-ua logs on to, and checks and shows what arrives.
 opcua-simulator is an OPC UA server with the tags of a device description,
-values that move, and faults on demand.")
+changing values, and faults on demand.")
 
 include(CPack)
