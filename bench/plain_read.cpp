@@ -6,7 +6,7 @@
 
 #include <array>
 #include <charconv>
-#include <cinttypes>
+#include <cstdint>
 #include <cstdlib>
 #include <string_view>
 

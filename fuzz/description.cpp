@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "orvik/pushinterface/info_parser.hpp"
-
 #include "support.hpp"
 
 namespace {

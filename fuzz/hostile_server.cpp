@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "opcua/protocol_handler.hpp"
-
 #include "support.hpp"
 #include "support/scripted_peer.hpp"
 #include "support/simulated_server.hpp"
@@ -87,7 +86,7 @@ class HostileServer {
 
     /// Call before the client polls. Closes if the client would wait in vain.
     void step(bool clientWaits) {
-        Fuzz::require(++steps_ < 5000, "a server that closes is left");
+        Fuzz::require(++steps_ < 5000, "a connect to a server that closes comes to an end");
         if (listener_.hasConnection(0ms)) {
             accept();
         }

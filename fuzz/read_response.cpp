@@ -35,7 +35,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string batch;
     const bool fits = checkTypes(device, response).empty();
     if (appendBatch(batch, device, response).empty()) {
-        Fuzz::require(fits, "what is written has been of the tag's type");
+        Fuzz::require(fits, "a value that is written has its tag's type");
         Fuzz::requireWellFormed(batch, device);
     }
     return 0;

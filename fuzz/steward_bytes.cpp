@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "orvik/pushinterface/client.hpp"
-
 #include "support.hpp"
 #include "support/recording_client_handler.hpp"
 #include "support/scripted_peer.hpp"
@@ -55,7 +54,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     auto unanswered = unread;
     for (const auto& event : serve(unread, size != 0 ? data[0] : 0)) {
         if (event.starts_with("onRead: ")) {
-            Fuzz::require(unread.find('\n') != unread.npos, "what is read are whole lines");
+            Fuzz::require(unread.find('\n') != unread.npos, "only whole lines are read");
             Fuzz::require(event.substr(8) == Fuzz::takeUntil(unread, '\n'),
                           "lines stay as they are");
         } else if (event != "onConnected" && event != "onDisconnected" &&

@@ -3,7 +3,6 @@
 
 #include "opcua/status_code_name.hpp"
 #include "opcua/value.hpp"
-
 #include "orvik/pushinterface/protocol.hpp"
 
 namespace PullappOpcUa {

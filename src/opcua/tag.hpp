@@ -2,7 +2,6 @@
 #pragma once
 
 #include "opcua/stack.hpp"
-
 #include "orvik/pushinterface/tag.hpp"
 
 #include <cstdint>
@@ -16,8 +15,9 @@ enum class IdentifierType : std::int32_t { Numeric = 0, String = 1, Guid = 2 };
 class Tag : public Orvik::PushInterface::Tag {
   public:
     /**
-     * Reads the address into the fields below: two parts separated by ";" in any order, "ns=" with
-     * the namespace index, and "i=" with a number, "s=" with a text, or "g=" with a GUID.
+     * Reads the address into the fields below: two parts in either order, separated by ";". One is
+     * "ns=" with the namespace index, the other "i=" with a number, "s=" with a text, or "g=" with
+     * a GUID.
      *
      * @return empty if the address is usable, else what is wrong with it
      */

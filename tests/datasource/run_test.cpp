@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "orvik/datasource/detail/client.hpp"
-
 #include "support/recording_sink.hpp"
 #include "support/scripted_handler.hpp"
 

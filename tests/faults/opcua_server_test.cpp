@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // An OPC UA server that goes away, freezes, refuses or answers wrongly; connections that break.
 #include "support/opcua_server.hpp"
+
 #include "support/daemon.hpp"
 #include "support/proxy.hpp"
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "orvik/log/record.hpp"
 #include "orvik/log/sink_syslog.hpp"
-
 #include "support/recording_sink.hpp"
 
 #include <algorithm>

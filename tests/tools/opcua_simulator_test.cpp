@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-simulator/fault.hpp"
-
 #include "opcua/protocol_handler.hpp"
 #include "orvik/pushinterface/info_parser.hpp"
 #include "support/process.hpp"

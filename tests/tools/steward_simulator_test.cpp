@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include "steward-simulator/batch_decoder.hpp"
-
 #include "support/process.hpp"
 
 #include <csignal>
@@ -10,8 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <boost/asio/ip/tcp.hpp>
+
+#include <gmock/gmock.h>
 
 namespace {
 
