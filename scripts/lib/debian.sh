@@ -34,11 +34,12 @@ make_tree() {
         >"$tree/etc/apt/apt.conf.d/90mirror" || true
 }
 
-# Runs commands in a tree, in its own process namespace: no process and no mount outlives this.
+# Runs commands in a tree, in its own process namespace: no process and no mount outlives this. The tree is
+# mounted on itself: buildah refuses a root that is not a mount point.
 inside() {
     local tree=$1
     # shellcheck disable=SC2016 # for the inner shell
-    unshare --mount --pid --fork sh -c 'mount -t proc proc "$0/proc" && exec chroot "$0" "$@"' "$tree" \
+    unshare --mount --pid --fork sh -c 'mount --bind "$0" "$0" && mount -t proc proc "$0/proc" && exec chroot "$0" "$@"' "$tree" \
         env -i HOME=/root LANG=C.UTF-8 DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin \
         sh -euc "${*:2}"
 }
