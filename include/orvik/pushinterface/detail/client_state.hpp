@@ -8,6 +8,7 @@
 #include "orvik/pushinterface/detail/event_loop.hpp"
 #include "orvik/pushinterface/detail/name_lookup.hpp"
 #include "orvik/pushinterface/detail/notifier.hpp"
+#include "orvik/pushinterface/detail/sender.hpp"
 #include "orvik/pushinterface/protocol.hpp"
 
 #include <chrono>
@@ -19,7 +20,6 @@
 #include <string>
 #include <utility>
 
-#include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -31,7 +31,7 @@ namespace Orvik::PushInterface::Detail {
 /**
  * The state of a client: the steps of a connection, in the order in which they run.
  *
- *     connect ─▶ resolve ─▶ connectNext ─▶ startRead ─▶ handleRead ─▶ Dispatcher ─▶ write
+ *     connect ─▶ resolve ─▶ connectNext ─▶ startRead ─▶ handleRead ─▶ Dispatcher ─▶ Sender
  *        ▲                       │             │
  *        └── scheduleReconnect ◀─┴─────────────┘
  *
@@ -62,7 +62,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     void setDevice(std::string id, std::string key) {
         dispatcher_.setDevice(std::move(id), std::move(key));
         if (current_ && current_->helloReceived) {
-            write(current_, dispatcher_.identification());
+            sender_.send(current_, dispatcher_.identification());
         }
     }
 
@@ -81,7 +81,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         });
         if (current_) {
             notifier_.report(current_->sendQueue.takeLoss());
-            write(current_, std::string{MessageType::exit});
+            sender_.send(current_, std::string{MessageType::exit});
             current_->disconnecting = true;
         }
     }
@@ -94,11 +94,11 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     }
 
     /// Queues a value batch or named value.
-    void push(std::string message) { write(current_, std::move(message), Origin::dataSource); }
+    void push(std::string message) {
+        sender_.send(current_, std::move(message), Sender::Origin::dataSource);
+    }
 
   private:
-    enum class Origin { client, dataSource };
-
     // Resolving
 
     void resolve(const ConnectionPtr& connection) {
@@ -144,8 +144,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
             }
             return;
         }
-        ErrorCode ignored;
-        connection->socket.close(ignored);  // the last endpoint may be of another family
+        connection->close();  // the last endpoint may be of another family
         connection->socket.async_connect(*next, [=, this, rest = std::next(next)](ErrorCode error) {
             handleConnect(connection, rest, error);
         });
@@ -171,8 +170,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     void abandonAttempt() {
         resolving_.reset();
         if (attempt_) {
-            ErrorCode ignored;
-            attempt_->socket.close(ignored);
+            attempt_->close();
             attempt_.reset();
         }
     }
@@ -197,7 +195,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         notifier_.post("onRead", &ClientHandler::onRead, line);
         if (auto answer = dispatcher_.dispatch(std::move(line), connection->helloReceived);
             !answer.empty()) {
-            write(connection, std::move(answer));
+            sender_.send(connection, std::move(answer));
         }
         if (wasLarge) {
             post(returnFreeMemory);  // after the notification, which holds the last copy
@@ -222,66 +220,6 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
         }
     }
 
-    // Writing
-
-    /// @param message without line feed
-    void write(const ConnectionPtr& connection, std::string message,
-               Origin origin = Origin::client) {
-        if (!connection || connection->disconnecting) {
-            notifier_.report(connection ? "Cannot write when already disconnecting"
-                                        : "Cannot write without an active connection");
-            return;
-        }
-        auto& queue = connection->sendQueue;
-        const bool isFirst = queue.empty();
-        message += '\n';
-        if (origin == Origin::dataSource) {
-            notifier_.report(queue.pushValue(std::move(message)));
-        } else {
-            queue.push(std::move(message));
-        }
-        if (isFirst) {  // posted, so that a batch and the error value after it go out in one packet
-            post([=, this] { startWrite(connection); });
-        }
-    }
-
-    /// Sends as many waiting lines as the socket accepts without blocking.
-    void startWrite(const ConnectionPtr& connection) {
-        ErrorCode error;
-        const auto sent = connection->socket.send(connection->sendQueue.unsent(), 0, error);
-        connection->sendQueue.addSent(sent);
-        const bool isFailure = error && error != boost::asio::error::would_block &&
-                               error != boost::asio::error::interrupted;
-        handleWrite(connection, isFailure ? error : ErrorCode{});
-    }
-
-    void handleWrite(const ConnectionPtr& connection, ErrorCode error) {
-        auto& queue = connection->sendQueue;
-        if (error) {  // the failed line stays at the front; a queue that is not empty starts no
-                      // write
-            notifier_.report("Write failed - socket error: '" + queue.front() + "'");
-            // Ends the read side too: after ENOBUFS, for example, the connection itself is intact
-            ErrorCode ignored;
-            connection->socket.shutdown(Tcp::socket::shutdown_both, ignored);
-            return;
-        }
-        while (auto line = queue.popSent()) {
-            notifier_.post("onWrite", &ClientHandler::onWrite, std::move(*line));
-        }
-        if (queue.isRelieved()) {
-            notifier_.report(queue.takeLoss());
-        }
-        if (!queue.empty()) {
-            awaitRoom(connection);
-        }
-    }
-
-    void awaitRoom(const ConnectionPtr& connection) {
-        connection->socket.async_wait(Tcp::socket::wait_write, [=, this](ErrorCode error) {
-            error ? handleWrite(connection, error) : startWrite(connection);
-        });
-    }
-
     // Reconnecting
 
     void scheduleReconnect(const std::string& reason) {
@@ -297,6 +235,7 @@ class ClientState : public std::enable_shared_from_this<ClientState> {
     EventLoop loop_;
     Notifier notifier_;
     Dispatcher dispatcher_{notifier_};
+    Sender sender_{notifier_, loop_};
     std::chrono::nanoseconds delayUnit_;
     std::string host_;
     std::uint32_t port_ = 0;

@@ -38,8 +38,14 @@ struct Connection {
             return false;
         }
         socket.set_option(boost::asio::socket_base::linger{true, 0}, ignored);
-        socket.close(ignored);
+        close();
         return true;
+    }
+
+    /// Every pending operation completes with an error.
+    void close() {
+        boost::system::error_code ignored;
+        socket.close(ignored);
     }
 
     /// Sets up the socket once it is connected.
@@ -108,8 +114,7 @@ class OpenedConnections {
     void closeIf(Predicate predicate) {
         for (const auto& weak : connections_) {
             if (const auto connection = weak.lock(); connection && predicate(*connection)) {
-                boost::system::error_code ignored;
-                connection->socket.close(ignored);
+                connection->close();
             }
         }
     }
