@@ -11,9 +11,9 @@ namespace {
 /// @return empty if the result holds a single value
 std::string checkScalar(const Tag& tag, const UA_DataValue& result) {
     if (!result.hasValue) {
-        const bool isBad = result.hasStatus && result.status != UA_STATUSCODE_GOOD;
-        return std::string{
-            statusCodeName(isBad ? result.status : UA_STATUSCODE_BADUNEXPECTEDERROR)};
+        const auto status = statusOf(result);
+        return std::string{statusCodeName(
+            status == UA_STATUSCODE_GOOD ? UA_STATUSCODE_BADUNEXPECTEDERROR : status)};
     }
     if (!UA_Variant_isScalar(&result.value)) {
         return "UAvariant type not supported for tag: " + tag.address;
@@ -31,8 +31,7 @@ UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount) {
         return UA_STATUSCODE_BADUNEXPECTEDERROR;
     }
     // The other results are checked tag by tag
-    return tagCount != 0 && response->results[0].hasStatus ? response->results[0].status
-                                                           : UA_STATUSCODE_GOOD;
+    return tagCount == 0 ? UA_STATUSCODE_GOOD : statusOf(response->results[0]);
 }
 
 std::string checkType(const Tag& tag, const UA_DataValue& result) {

@@ -15,6 +15,11 @@ namespace PullappOpcUa {
 /// status of the first result.
 [[nodiscard]] UA_StatusCode statusOf(const ReadResponse& response, std::size_t tagCount);
 
+/// Status of one result.
+[[nodiscard]] inline UA_StatusCode statusOf(const UA_DataValue& result) noexcept {
+    return result.hasStatus ? result.status : UA_STATUSCODE_GOOD;
+}
+
 /// Whether a tag has a scalar value of its type. @return empty, or why not
 [[nodiscard]] std::string checkType(const Tag& tag, const UA_DataValue& result);
 

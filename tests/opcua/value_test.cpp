@@ -79,8 +79,8 @@ TEST(ValueTest, TakesOnlyTheTypeOfTheTag) {
             const auto error = "Wrong type for tag: ns=2;i=7" + std::string{given.description};
             EXPECT_EQ(fits ? "" : error, checkTagType(tag, variant));
             EXPECT_EQ(given.description, describeVariantType(variant));
-            const auto text = isChecked ? given.text : "";
-            EXPECT_EQ(fits ? std::optional{text} : std::nullopt, formatValue(tag, variant));
+            const auto written = isChecked ? given.text : "";
+            EXPECT_EQ(fits ? std::optional{written} : std::nullopt, formatValue(tag, variant));
         }
     }
 }

@@ -32,7 +32,7 @@ using Tools::UsageError;
 
 constexpr std::uint16_t mostOf16Bits = 65535;
 
-struct Options {
+struct BrowseOptions {
     ServerOptions server;
     BrowseSettings browse;
     Format format = Format::Table;
@@ -40,7 +40,7 @@ struct Options {
     DescriptionSettings description;
 };
 
-bool readOptions(int argc, char** argv, Options& options) {
+bool readBrowseOptions(int argc, char** argv, BrowseOptions& options) {
     Tools::CommandLine commandLine{
         "opcua-commission",
         introductionOf("browse --host=ADDRESS [OPTION]...",
@@ -84,7 +84,7 @@ bool readOptions(int argc, char** argv, Options& options) {
     return true;
 }
 
-void checkOptions(const Options& options, bool isNew) {
+void checkBrowseOptions(const BrowseOptions& options, bool isNew) {
     if (!options.file.empty() && isNew && options.description.id.empty()) {
         throw UsageError{"a new description needs '--id'"};
     }
@@ -102,13 +102,13 @@ bool isBefore(const Variable& left, const Variable& right) {
 /// One run of the subcommand.
 class BrowseCommand {
   public:
-    explicit BrowseCommand(const Options& options)
+    explicit BrowseCommand(const BrowseOptions& options)
         : options_{options},
           isNew_{!std::filesystem::exists(options.file)},
           description_{
               isNew_ ? Description{nlohmann::ordered_json::object(), std::make_shared<Device>()}
                      : readDescription(options.file)} {
-        checkOptions(options, isNew_);
+        checkBrowseOptions(options, isNew_);
         copyServer(*description_.device, device_);
         applyServerOptions(options.server, device_);
     }
@@ -203,7 +203,7 @@ class BrowseCommand {
         return changes.problems.empty() && !isTooMany;
     }
 
-    const Options& options_;
+    const BrowseOptions& options_;
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     bool isNew_;
     Description description_;
@@ -218,8 +218,8 @@ class BrowseCommand {
 }  // namespace
 
 ExitStatus runBrowse(int argc, char** argv) {
-    Options options;
-    if (!readOptions(argc, argv, options)) {
+    BrowseOptions options;
+    if (!readBrowseOptions(argc, argv, options)) {
         return allGood;
     }
     return BrowseCommand{options}.run();

@@ -31,7 +31,7 @@ namespace {
 using std::chrono::milliseconds;
 using Tools::UsageError;
 
-struct Options {
+struct CheckOptions {
     std::string file;
     ServerOptions server;
     Format format = Format::Table;
@@ -41,7 +41,7 @@ struct Options {
     std::string fixedFile;  // empty: none is written
 };
 
-bool readOptions(int argc, char** argv, Options& options) {
+bool readCheckOptions(int argc, char** argv, CheckOptions& options) {
     Tools::CommandLine commandLine{
         "opcua-commission",
         introductionOf(
@@ -81,7 +81,7 @@ bool readOptions(int argc, char** argv, Options& options) {
 /// One run of the subcommand.
 class CheckCommand {
   public:
-    explicit CheckCommand(const Options& options)
+    explicit CheckCommand(const CheckOptions& options)
         : options_{options}, description_{options.file}, report_{description_} {}
 
     ExitStatus run() {
@@ -252,7 +252,7 @@ class CheckCommand {
         return problemsFound;
     }
 
-    const Options& options_;
+    const CheckOptions& options_;
     CheckedDescription description_;
     CheckReport report_;
     std::optional<DeviceCheck> checked_;
@@ -263,8 +263,8 @@ class CheckCommand {
 }  // namespace
 
 ExitStatus runCheck(int argc, char** argv) {
-    Options options;
-    if (!readOptions(argc, argv, options)) {
+    CheckOptions options;
+    if (!readCheckOptions(argc, argv, options)) {
         return allGood;
     }
     return CheckCommand{options}.run();

@@ -13,14 +13,11 @@ namespace {
 
 using PullappOpcUa::ReadResponse;
 using PullappOpcUa::statusCodeName;
+using PullappOpcUa::statusOf;
 using PullappOpcUa::Tag;
 
 std::string nameOf(UA_StatusCode status) {
     return status == UA_STATUSCODE_GOOD ? "GOOD" : std::string{statusCodeName(status)};
-}
-
-UA_StatusCode statusOf(const UA_DataValue& result) {
-    return result.hasStatus ? result.status : UA_STATUSCODE_GOOD;
 }
 
 /// A tag as its description has it.
@@ -99,7 +96,7 @@ void addProblems(std::vector<TagCheck>& tags, const std::vector<Tools::Problem>&
 
 /// Found by the daemon's own code, in the order in which it checks.
 std::string published(const PullappOpcUa::Device& device, const ReadResponse& response) {
-    const auto status = PullappOpcUa::statusOf(response, device.tags.size());
+    const auto status = statusOf(response, device.tags.size());
     if (status != UA_STATUSCODE_GOOD) {
         return std::string{statusCodeName(status)};
     }

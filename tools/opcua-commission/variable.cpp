@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "opcua-commission/variable.hpp"
 
+#include "opcua/read_response.hpp"
 #include "opcua/tag.hpp"
 #include "opcua/value.hpp"
 
@@ -20,10 +21,6 @@ constexpr const char* noValue = "no value now";
 constexpr const char* noAccess = "no read access with this log-in";
 
 constexpr std::size_t builtInTypeCount = 25;  // the stack's first types, in the order of their ids
-
-UA_StatusCode statusOf(const UA_DataValue& value) {
-    return value.hasStatus ? value.status : UA_STATUSCODE_GOOD;
-}
 
 bool isAccessDenied(UA_StatusCode status) {
     return status == UA_STATUSCODE_BADUSERACCESSDENIED || status == UA_STATUSCODE_BADNOTREADABLE;
@@ -74,7 +71,7 @@ bool takeValue(Variable& variable, const UA_DataValue& value) {
         }
         return true;
     }
-    const auto status = statusOf(value);
+    const auto status = PullappOpcUa::statusOf(value);
     variable.isUnknown =
         status == UA_STATUSCODE_BADNODEIDUNKNOWN || status == UA_STATUSCODE_BADNODEIDINVALID;
     variable.obstacle = isAccessDenied(status) ? noAccess : noValue;

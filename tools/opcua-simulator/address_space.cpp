@@ -8,8 +8,6 @@
 namespace OpcUaSimulator {
 namespace {
 
-constexpr UA_UInt16 ownNamespace = 1;
-
 /// The name that users of the server see: a string identifier, otherwise the tag's number.
 std::string nameOf(const PullappOpcUa::Tag& tag, std::size_t position) {
     return tag.identifierType == PullappOpcUa::IdentifierType::String

@@ -10,6 +10,9 @@
 
 namespace OpcUaSimulator {
 
+inline constexpr UA_UInt16 ownNamespace =
+    1;  ///< index of the stack's namespace for a server's own nodes
+
 /// Text that lives as long as @p text, for functions of the stack that copy it.
 [[nodiscard]] inline UA_String borrow(const std::string& text) {
     return {text.size(), reinterpret_cast<UA_Byte*>(const_cast<char*>(text.data()))};

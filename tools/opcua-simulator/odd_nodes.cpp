@@ -11,8 +11,6 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr UA_UInt16 ownNamespace = 1;
-
 /// Variables with a constant value.
 class OddVariables {
   public:

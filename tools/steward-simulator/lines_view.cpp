@@ -11,12 +11,12 @@
 namespace StewardSimulator {
 namespace {
 
-constexpr std::size_t shownBytes = 1000;
+constexpr std::size_t shownLineBytes = 1000;
 
 std::string onOneLine(std::string_view lines) {
-    std::string text{lines.substr(0, std::min(shownBytes, lines.find_last_not_of('\n') + 1))};
+    std::string text{lines.substr(0, std::min(shownLineBytes, lines.find_last_not_of('\n') + 1))};
     std::ranges::replace(text, '\n', ' ');
-    return Tools::fitted(text, shownBytes) + (lines.size() > shownBytes ? "..." : "");
+    return Tools::fitted(text, shownLineBytes) + (lines.size() > shownLineBytes ? "..." : "");
 }
 
 }  // namespace
@@ -33,7 +33,7 @@ void LinesView::onBatch(const Batch& batch, const Statistics& statistics) {
 
 void LinesView::onError(std::string_view text) {
     if (!text.empty()) {
-        onEvent("error: " + Tools::escaped(text, shownBytes));
+        onEvent("error: " + Tools::escaped(text, shownLineBytes));
     } else if (hasError_) {
         onEvent("error cleared");
     }

@@ -14,7 +14,7 @@ namespace StewardSimulator {
 namespace {
 
 constexpr std::size_t readSize = 256U << 10U;
-constexpr std::size_t shownBytes = 200;
+constexpr std::size_t shownTextBytes = 200;
 constexpr std::string_view infoPrefix = "INFO ";
 
 BatchDecoder::Values treatmentFor(ViewKind view) {
@@ -142,7 +142,8 @@ std::string Session::refusal(std::string_view identity) const {
 void Session::onDevc(std::string_view identity) {
     const auto reason = refusal(identity);
     isLoggedOn_ = reason.empty();
-    showEvent("log-on of " + Tools::escaped(identity.substr(0, identity.find(' ')), shownBytes) +
+    showEvent("log-on of " +
+              Tools::escaped(identity.substr(0, identity.find(' ')), shownTextBytes) +
               (isLoggedOn_ ? "" : " refused: " + reason));
     service_.view.onRefusal(Refusal::LogOn, reason);
     send("DEVC " + (isLoggedOn_ ? "OK" : reason));
@@ -169,8 +170,8 @@ void Session::onNamedValue(std::string_view name, std::string_view value) {
         service_.statistics.countError(value);
         service_.view.onError(value);
     } else {
-        showEvent("named value " + Tools::escaped(name, shownBytes) + ": " +
-                  Tools::escaped(value, shownBytes));
+        showEvent("named value " + Tools::escaped(name, shownTextBytes) + ": " +
+                  Tools::escaped(value, shownTextBytes));
     }
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t keptErrorTexts = 100;
 constexpr std::size_t keptFaults = 10;
-constexpr std::size_t shownBytes = 200;
+constexpr std::size_t shownErrorBytes = 200;
 
 }  // namespace
 
@@ -59,7 +59,7 @@ std::string Statistics::summary() const {
         fmt::format("batches {}, values {}, errors {}, malformed {}, log-ons {}, bytes {}\n",
                     batches_, values_, errors_, malformed_, logOns_, bytes_);
     for (const auto& [error, count] : errorTexts_) {
-        text += fmt::format("error, {} times: {}\n", count, Tools::escaped(error, shownBytes));
+        text += fmt::format("error, {} times: {}\n", count, Tools::escaped(error, shownErrorBytes));
     }
     for (const auto& fault : firstFaults_) {
         text += fault + '\n';
@@ -88,7 +88,7 @@ std::string describeFault(const Fault& fault) {
     if (fault.line.empty()) {
         return "malformed: " + fault.reason;
     }
-    return "malformed: " + fault.reason + ": " + Tools::escaped(fault.line, shownBytes);
+    return "malformed: " + fault.reason + ": " + Tools::escaped(fault.line, shownErrorBytes);
 }
 
 }  // namespace StewardSimulator
