@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -26,11 +27,8 @@ namespace TestSupport {
 
 using namespace std::chrono_literals;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool isSanitized = true;
-#else
-inline constexpr bool isSanitized = false;
-#endif
+inline constexpr std::string_view sanitizers{SANITIZERS};
+inline constexpr bool isSanitized = !sanitizers.empty();
 
 /// A file descriptor; closed with the object.
 class Descriptor {
