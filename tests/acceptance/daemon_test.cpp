@@ -139,7 +139,7 @@ TEST_F(DaemonTest, ASecondSignalEndsAShutdownThatTheStewardHoldsUp) {
 }
 
 TEST_F(DaemonTest, EndsWhileAHangingConnectHoldsUpTheNextDescription) {
-    // The thread sanitizer runs a handler only after the thread's wait for a lock
+    // The thread sanitizer delays signals while a thread waits for a lock
     constexpr int attempts = sanitizers == "thread" ? 200 : 40;
     for (const bool hasSecondSignal : {false, true}) {
         SCOPED_TRACE(hasSecondSignal);
