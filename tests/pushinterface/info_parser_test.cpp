@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -150,16 +151,18 @@ TEST(InfoParserTest, RefusesBrokenJson) {
 }
 
 TEST(InfoParserTest, ReadsAsManyTagsAsThereAreIds) {
+    // All of them would take the sanitizers a minute
+    const int first = std::string_view{SANITIZERS}.empty() ? 0 : 61'440;
     std::string tags;
-    for (int i = 0; i < 65'536; ++i) {
-        tags += (i == 0 ? "" : ",") +
+    for (int i = first; i <= 65'535; ++i) {
+        tags += (i == first ? "" : ",") +
                 std::string{R"({"address":"ns=2;s=Line1.Temperature.Number)"} + std::to_string(i) +
                 R"(","id":)" + std::to_string(i) +
                 R"(,"type":"int","signed":true,"width":16,"comment":"a text that nobody reads"})";
     }
     const auto device = std::make_shared<FakeDevice>();
     ASSERT_EQ("", parse(described(",\"tags\":[" + tags + "]"), device));
-    EXPECT_EQ(65'536U, device->tags.size());
+    EXPECT_EQ(static_cast<std::size_t>(65'536 - first), device->tags.size());
     EXPECT_EQ(65'535, device->tags.back()->id);
 }
 
