@@ -5,6 +5,9 @@ add_compile_options(
   -Wall -Wextra -Wpedantic
   "$<$<COMPILE_LANGUAGE:CXX>:-Wconversion;-Wshadow;-Wnon-virtual-dtor;-Woverloaded-virtual>")
 
+# Most of the OPC UA library is a server; what a program never calls is left out
+add_link_options(-Wl,--gc-sections)
+
 if(ORVIK_SANITIZERS)
   # Clang checks vptr through a pipe, and ends a process that has no descriptor left for one
   add_compile_options(-fsanitize=${ORVIK_SANITIZERS} -fno-sanitize=vptr -fno-sanitize-recover=all
