@@ -18,6 +18,7 @@ from statistics import median
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "release"
 WARM_UP = 0.5  # seconds
+PACED_SIDES = ("bare", "plain", "plain_two_threads", "daemon_one_core", "daemon")
 ROWS = ((100, 1000), (100, 100), (1000, 100), (10000, 1000))  # tags and pull delay of --paced
 
 
@@ -106,13 +107,19 @@ class Peers:
     def bare(self, **options) -> Program:
         return Program(BUILD / "bench" / "bare-read", self.port, str(self.tags), str(self.pull_delay), **options)
 
-    def plain(self, **options) -> Program:
+    def plain(self, *arguments: str, **options) -> Program:
         return Program(BUILD / "bench" / "plain-read", self.port, str(self.tags), str(self.pull_delay),
-                       self.steward_port, **options)
+                       self.steward_port, *arguments, **options)
+
+    def plain_two_threads(self, **options) -> Program:
+        return self.plain("two-threads", **options)
 
     def daemon(self, **options) -> Program:
         return Program(BUILD / "pullapp-opc-ua", "--device-id=0123456789AB", "--device-key=bench",
                        f"--steward-port={self.steward_port}", **options)
+
+    def daemon_one_core(self) -> Program:
+        return self.daemon(preexec_fn=lambda: os.sched_setaffinity(0, {max(os.sched_getaffinity(0))}))
 
 
 def sample(program: Program, peers: Peers, seconds: float) -> dict[str, float]:
@@ -226,9 +233,9 @@ def back_to_back(result: dict) -> list[str]:
 
 
 def paced(result: dict) -> list[str]:
-    sides = [result[side] for side in ("bare", "plain", "daemon")]
+    sides = [result[side] for side in PACED_SIDES]
     return [f"{result['tags']:,}, {result['pull_delay_ms']:,} ms", *(f"{side['us_per_pull']:.0f}" for side in sides),
-            ratio(result["bare"]), ratio(result["plain"]), " / ".join(f"{side['calls']:.1f}" for side in sides),
+            *(ratio(side) for side in sides[:-1]), " / ".join(f"{side['calls']:.1f}" for side in sides),
             " / ".join(f"{side['switches']:.1f}" for side in sides)]
 
 
@@ -239,7 +246,7 @@ def main() -> None:
     parser.add_argument("--tags", type=int, nargs="+", default=[1, 10, 100, 1000, 10000])
     parser.add_argument("--output", type=Path, default=ROOT / "build" / "bench", help="folder for the results (build/bench)")
     kinds = parser.add_mutually_exclusive_group()
-    kinds.add_argument("--paced", action="store_true", help="at usual pull delays, with the plain program as third side")
+    kinds.add_argument("--paced", action="store_true", help="at usual pull delays, beside a plain program too")
     kinds.add_argument("--fleet", type=int, metavar="N", help="measure N daemons together for a minute instead")
     kinds.add_argument("--growth", type=int, metavar="N", help="watch the memory over N pulls instead")
     kinds.add_argument("--starts", type=int, metavar="N", help="time N starts instead")
@@ -247,11 +254,11 @@ def main() -> None:
     options.output.mkdir(parents=True, exist_ok=True)
     kind = next((k for k in ("paced", "fleet", "growth", "starts") if getattr(options, k)), "pairs")
     with tempfile.TemporaryDirectory(prefix="pullapp-bench.") as name:
-        folder, all_sides = Path(name), ("bare", "plain", "daemon")
+        folder = Path(name)
         if kind == "pairs":
             results = [compare(folder, t, 0, options.rounds, options.seconds or 2, ("bare", "daemon")) for t in options.tags]
         elif kind == "paced":
-            results = [compare(folder, t, delay, options.rounds, options.seconds or 20 * delay / 1000, all_sides)
+            results = [compare(folder, t, delay, options.rounds, options.seconds or 20 * delay / 1000, PACED_SIDES)
                        for t, delay in ROWS]
         else:
             results = {"fleet": lambda: fleet(folder, options.fleet, 60), "growth": lambda: growth(folder, options.growth),
@@ -262,8 +269,11 @@ def main() -> None:
                      "allocations per value"], [back_to_back(result) for result in results])
         plot(results, options.output)
     elif kind == "paced":
-        print_table(["tags, pull delay", "bare stack, us per pull", "plain program", "daemon", "daemon to bare (range)",
-                     "to plain (range)", "system calls per pull", "switches per pull"], [paced(result) for result in results])
+        print_table(["tags, pull delay", "bare stack, us per pull", "plain program", "with two threads",
+                     "daemon on one core", "daemon",
+                     "daemon to bare (range)", "to plain (range)", "to two threads (range)",
+                     "to one core (range)", "system calls per pull", "switches per pull"],
+                    [paced(result) for result in results])
     else:
         print(json.dumps(results, indent=1))
 
