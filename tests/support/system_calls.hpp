@@ -26,7 +26,8 @@ Function* systemsOwn(Function* /*ours*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-inline constexpr auto impossibleStack = std::numeric_limits<std::size_t>::max() / 4;
+/// More than is free, of a 32-bit address space too.
+inline constexpr auto impossibleStack = std::numeric_limits<std::size_t>::max() / 8 * 7;
 
 /// Sets the stack size of new threads, in bytes.
 inline void setThreadStack(std::size_t size) {
