@@ -17,6 +17,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
@@ -161,7 +162,7 @@ class Main final : public PushInterface::ClientHandler {
         loop.run();
         Log::Record{Log::debug, Detail::LogLocations::caughtSignal} << "Caught signal";
 
-        releaseSignals();
+        const auto released = releaseSignals();
         source_.stop();
         client_->disconnect();
         clientThread.join();
@@ -186,13 +187,14 @@ class Main final : public PushInterface::ClientHandler {
     }
 
     /// From here on the next signal ends the process at once, whatever the shutdown waits for.
-    void releaseSignals() {
+    /// @return to be kept until the end: its destruction restores the default actions
+    [[nodiscard]] std::shared_ptr<boost::asio::signal_set> releaseSignals() {
         const boost::lock_guard<boost::mutex> lock{mutex_};
-        signals_.reset();
         // Not the default action: process 1 of a container has none
         for (const int signal : {SIGINT, SIGTERM}) {
             std::signal(signal, [](int number) { ::_exit(128 + number); });
         }
+        return std::exchange(signals_, nullptr);
     }
 
     /// @return false once the shutdown has begun; call with the lock held
