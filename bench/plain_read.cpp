@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <string_view>
 #include <thread>
-#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
